@@ -1,11 +1,44 @@
 #include "document/managed_object_context.h"
 
+#include "common/variant_kind.h"
+
 #include <QCoreApplication>
 #include <QMetaObject>
 
 #include <algorithm>
 
 namespace trovara::store {
+
+QVariant normalizedValue(const QVariant& value, AttributeType type)
+{
+    if (!isNumericVariant(value)) {
+        return value;
+    }
+    const bool isBool = value.metaType().id() == QMetaType::Bool;
+    switch (type) {
+    case AttributeType::Integer:
+        return QVariant::fromValue<qint64>(value.toLongLong());
+    case AttributeType::Double:
+        return value.toDouble();
+    case AttributeType::Number:
+        if (isBool) {
+            return value;
+        }
+        return isFloatingVariant(value) ? QVariant(value.toDouble()) : QVariant::fromValue<qint64>(value.toLongLong());
+    case AttributeType::Boolean:
+        // A Boolean is kept as given when it is not 0 or 1, so that an odd
+        // value reads back as it was written.
+        if (isBool) {
+            return value;
+        }
+        if (!isFloatingVariant(value) && (value.toLongLong() == 0 || value.toLongLong() == 1)) {
+            return value.toLongLong() == 1;
+        }
+        return isFloatingVariant(value) ? QVariant(value.toDouble()) : QVariant::fromValue<qint64>(value.toLongLong());
+    default:
+        return value;
+    }
+}
 
 namespace {
 
@@ -55,7 +88,7 @@ ManagedObject* ManagedObjectContext::insertNewObject(const QString& entityName)
     ManagedObject* object = adopt(entity->instantiate(), *entity, m_nextId);
     for (const AttributeDescription& attribute : entity->attributes()) {
         if (attribute.defaultValue.isValid()) {
-            object->m_values.insert(attribute.name, attribute.defaultValue);
+            object->m_values.insert(attribute.name, normalizedValue(attribute.defaultValue, attribute.type));
         }
     }
     object->m_inserted = true;
@@ -129,13 +162,14 @@ void ManagedObjectContext::undelete(ManagedObject* object)
     schedulePendingChanges();
 }
 
-void ManagedObjectContext::changeValue(ManagedObject* object, const QString& key, const QVariant& value)
+void ManagedObjectContext::changeValue(ManagedObject* object, const QString& key, const QVariant& newValue)
 {
     if (!object->entity().attribute(key)) {
         object->valueForUndefinedKey(key);
         return;
     }
     const QVariant old = object->m_values.value(key);
+    const QVariant value = normalizedValue(newValue, object->entity().attribute(key)->type);
     if (sameValue(old, value)) {
         return;
     }

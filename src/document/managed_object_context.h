@@ -38,6 +38,11 @@ public:
     static constexpr const char* kName = "Abstract Class Exception";
 };
 
+// A value in the form objects keep for an attribute type: integers as 64-bit
+// integers, doubles as doubles, numbers as either; a Boolean as true or false
+// when it is 0 or 1. Anything that is not a number is kept as it is.
+QVariant normalizedValue(const QVariant& value, AttributeType type);
+
 struct ObjectChanges {
     QList<ManagedObject*> inserted;
     QList<ManagedObject*> updated;

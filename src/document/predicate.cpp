@@ -1,5 +1,6 @@
 #include "document/predicate.h"
 
+#include "common/variant_kind.h"
 #include "document/entity_description.h"
 #include "document/managed_object.h"
 
@@ -24,19 +25,10 @@ ValueKind kindOf(const QVariant& value)
     if (!value.isValid()) {
         return ValueKind::None;
     }
-    switch (value.metaType().id()) {
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::Float:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::Short:
-    case QMetaType::UShort:
+    if (isNumericVariant(value)) {
         return ValueKind::Number;
+    }
+    switch (value.metaType().id()) {
     case QMetaType::QString:
         return ValueKind::Text;
     case QMetaType::QDateTime:
@@ -54,15 +46,10 @@ ValueKind kindOf(const QVariant& value)
     return ValueKind::Other;
 }
 
-bool isInteger(const QVariant& value)
-{
-    const int id = value.metaType().id();
-    return id != QMetaType::Double && id != QMetaType::Float;
-}
 
 int compareNumbers(const QVariant& a, const QVariant& b)
 {
-    if (isInteger(a) && isInteger(b)) {
+    if (!isFloatingVariant(a) && !isFloatingVariant(b)) {
         const qint64 x = a.toLongLong();
         const qint64 y = b.toLongLong();
         return x < y ? -1 : (x > y ? 1 : 0);

@@ -239,7 +239,7 @@ QVariant toAttributeValue(const QVariant& stored, AttributeType type, bool* ok)
         return stored;
     case AttributeType::Boolean:
         *ok = number;
-        return stored.toLongLong() != 0;
+        return normalizedValue(stored, type);
     case AttributeType::Date:
         *ok = number;
         return QDateTime::fromMSecsSinceEpoch(qRound64((stored.toDouble() + kReferenceDateOffset) * 1000.0),
@@ -273,12 +273,13 @@ Error damaged(const QString& path, const QString& detail)
     return error;
 }
 
-Error writeError(const QString& path, int sqliteCode, const QString& detail)
+Error writeError(const QString& path, int sqliteCode, const QString& detail, int systemErrno = 0)
 {
     const int primary = sqliteCode & 0xff;
     Error error;
     error.description = QStringLiteral("The document “%1” could not be saved.").arg(displayName(path));
-    if (primary == SQLITE_FULL) {
+    const bool noSpace = systemErrno == ENOSPC || systemErrno == EDQUOT || systemErrno == EFBIG;
+    if (primary == SQLITE_FULL || noSpace) {
         error.code = Error::kFileWriteOutOfSpaceError;
         error.reason = QStringLiteral("There isn't enough space on the disk.");
         error.suggestion = QStringLiteral("Make room on the disk, or save the document somewhere else.");
@@ -297,7 +298,7 @@ Error writeError(const QString& path, int sqliteCode, const QString& detail)
 
 Error errnoWriteError(const QString& path, int err, const char* what)
 {
-    const int code = err == ENOSPC || err == EDQUOT ? SQLITE_FULL
+    const int code = err == ENOSPC || err == EDQUOT || err == EFBIG ? SQLITE_FULL
                      : (err == EACCES || err == EPERM || err == EROFS) ? SQLITE_READONLY
                                                                        : SQLITE_IOERR;
     return writeError(path, code, QStringLiteral("%1: %2").arg(QLatin1String(what), QString::fromLocal8Bit(std::strerror(err))));
@@ -365,7 +366,7 @@ void applyPermissions(const QString& temporary, const QString& target)
 Status writeGraph(Database& db, const ManagedObjectContext& context, const QVariantMap& metadata,
                   const QString& target, const SaveOptions& options)
 {
-    auto fail = [&](int rc) { return writeError(target, rc, db.message()); };
+    auto fail = [&](int rc) { return writeError(target, rc, db.message(), sqlite3_system_errno(db.handle())); };
     auto hook = [&](SaveStep step) -> Status { return options.faultHook ? options.faultHook(step) : Status{}; };
 
     int rc = db.exec(QStringLiteral("PRAGMA journal_mode=MEMORY; PRAGMA synchronous=OFF; BEGIN;"));

@@ -30,7 +30,8 @@ bool Value::isEqual(const Value& other) const
     if (isText(a) && isText(b)) {
         return a.toString() == b.toString();
     }
-    return a.isValid() == b.isValid() && (!a.isValid() || a == b);
+    // A number never equals a text, whatever QVariant would convert.
+    return a.isValid() == b.isValid() && (!a.isValid() || (a.metaType() == b.metaType() && a == b));
 }
 
 std::size_t Value::hash() const

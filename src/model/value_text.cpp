@@ -1,5 +1,7 @@
 #include "model/value_text.h"
 
+#include "common/variant_kind.h"
+
 #include <QDateTime>
 
 #include <algorithm>
@@ -11,22 +13,7 @@ namespace trovara::model {
 
 bool isNumber(const QVariant& value)
 {
-    switch (value.metaType().id()) {
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return true;
-    default:
-        return false;
-    }
+    return isNumericVariant(value);
 }
 
 bool isText(const QVariant& value)

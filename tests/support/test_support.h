@@ -6,7 +6,18 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <ostream>
 #include <string>
+
+// Readable test failure messages for Qt strings.
+inline void PrintTo(const QString& text, std::ostream* stream)
+{
+    *stream << '"' << text.toStdString() << '"';
+}
+inline void PrintTo(const QByteArray& bytes, std::ostream* stream)
+{
+    *stream << '"' << bytes.toStdString() << '"';
+}
 
 namespace trovara::test {
 
