@@ -205,6 +205,31 @@ QJsonObject objectOf(const QueryItem& item)
     return object;
 }
 
+int localOffsetAt(qint64 msecs)
+{
+    return QDateTime::fromMSecsSinceEpoch(msecs, Qt::LocalTime).offsetFromUtc();
+}
+
+// A local wall-clock time as an instant. A time that occurs twice (when the
+// clocks go back) is its first occurrence; a time that never occurs (when
+// they go forward) is read with the offset from before the change, which
+// lands as far after the gap as it was into it.
+QDateTime localDateTime(const QDate& date, const QTime& time)
+{
+    constexpr qint64 kWindow = 36 * 3600 * 1000LL;
+    const qint64 wall = QDateTime(date, time, Qt::UTC).toMSecsSinceEpoch();
+    const int before = localOffsetAt(wall - kWindow);
+    const int after = localOffsetAt(wall + kWindow);
+    qint64 chosen = wall - before * 1000LL;
+    const bool beforeFits = localOffsetAt(chosen) == before;
+    const qint64 other = wall - after * 1000LL;
+    const bool afterFits = localOffsetAt(other) == after;
+    if (afterFits && (!beforeFits || other < chosen)) {
+        chosen = other;
+    }
+    return QDateTime::fromMSecsSinceEpoch(chosen, Qt::LocalTime);
+}
+
 }  // namespace
 
 Result<QueryNode*> readCriteriaJson(const QByteArray& text, store::ManagedObjectContext& context)
@@ -272,7 +297,7 @@ QDateTime parseIsoDate(const QString& text)
     const QString zone = match.captured(8);
     QDateTime result;
     if (zone.isEmpty()) {
-        result = QDateTime(date, time, Qt::LocalTime);
+        result = localDateTime(date, time);
     } else if (zone == QLatin1String("Z")) {
         result = QDateTime(date, time, Qt::UTC);
     } else {

@@ -481,6 +481,14 @@ TEST(IsoDates, AcceptedFormsAndZones)
         EXPECT_EQ(date.toSecsSinceEpoch(), seconds) << text;
     }
     EXPECT_EQ(parseIsoDate(QStringLiteral("2009-06-15T10:00:00.250Z")).toMSecsSinceEpoch(), 1245060000250);
+    {
+        test::ScopedTimeZone newYork("America/New_York");
+        // 01:30 came twice on 2021-11-07: the first time, in summer time.
+        EXPECT_EQ(parseIsoDate(QStringLiteral("2021-11-07T01:30:00")).toSecsSinceEpoch(), 1636263000);
+        // 02:30 never came on 2021-03-14: read as 03:30 summer time.
+        EXPECT_EQ(parseIsoDate(QStringLiteral("2021-03-14T02:30:00")).toSecsSinceEpoch(), 1615707000);
+        EXPECT_EQ(parseIsoDate(QStringLiteral("2021-03-14T12:00:00")).toSecsSinceEpoch(), 1615737600);
+    }
     for (const char* bad : {"2009-6-15", "2009-06-15T25:00", "2009-13-01", "15.06.2009", "2009-06-15T10:00:00+25:00",
                             "", "2009-06-15T"}) {
         EXPECT_FALSE(parseIsoDate(QString::fromLatin1(bad)).isValid()) << bad;

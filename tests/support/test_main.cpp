@@ -1,6 +1,7 @@
 // The main() of every test program: a QCoreApplication (for event-loop
 // tests) and a private home, so that no test reads or writes the real
 // user's settings, index or documents.
+#include "common/error_presenter.h"
 #include "common/log.h"
 
 #include <QCoreApplication>
@@ -38,6 +39,8 @@ int main(int argc, char** argv)
     unsetenv("TROVARA_INDEX");
     // Log lines go nowhere unless a test captures them.
     trovara::log::setSink([](const QString&) {});
+    // Errors are shown nowhere unless a test installs a presenter.
+    trovara::setErrorPresenter([](const trovara::Error&) {});
 
     QCoreApplication app(argc, argv);
     testing::InitGoogleTest(&argc, argv);
