@@ -1,6 +1,8 @@
 // trova: Trovara from the command line.
 #include "commands.h"
 
+#include "common/error_presenter.h"
+
 #include <QCoreApplication>
 
 #include <cstdio>
@@ -32,6 +34,8 @@ int main(int argc, char* argv[])
     QCoreApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Trovara"));
     QCoreApplication::setApplicationName(QStringLiteral("Trovara"));
+
+    trovara::setErrorPresenter([](const trovara::Error& error) { trovara::cli::printError(error.toString()); });
 
     QStringList arguments = QCoreApplication::arguments().mid(1);
     if (arguments.isEmpty()) {
