@@ -1,0 +1,122 @@
+#include "index/query/evaluator.h"
+#include "index/query/find_query.h"
+#include "index/query/parser.h"
+
+#include <gtest/gtest.h>
+
+using namespace trovara::index::query;
+
+namespace {
+
+const QueryStart kStart{0, Weekday::Monday};
+
+bool finds(const std::string& query, const ItemView& item)
+{
+    const auto result = matchesQuery(query, item, kStart);
+    if (!result) {
+        ADD_FAILURE() << query << ": " << result.error().message;
+        return false;
+    }
+    return *result;
+}
+
+MemoryItem file(const char* name, const char* content = nullptr)
+{
+    MemoryItem item{{"kMDItemDisplayName", name}, {"kMDItemFSName", name}, {"kMDItemPath", std::string("/x/") + name}};
+    if (content) {
+        item.setTextContent(content);
+    }
+    return item;
+}
+
+}  // namespace
+
+TEST(FindQuery, InterpretsEachWordAsAPrefixOfAnyTextOrTheContent)
+{
+    EXPECT_EQ(interpretWords("report"), "(* = \"report*\"cdw || kMDItemTextContent = \"report*\"cdw)");
+    EXPECT_EQ(interpretWords("  big \t cat "),
+              "(* = \"big*\"cdw || kMDItemTextContent = \"big*\"cdw) && "
+              "(* = \"cat*\"cdw || kMDItemTextContent = \"cat*\"cdw)");
+    EXPECT_EQ(interpretWords(""), "");
+    EXPECT_EQ(interpretWords(" \t\n"), "");
+    // Quotes, backslashes and wildcards are searched for as typed.
+    EXPECT_EQ(interpretWords("say\"hi\\*?"),
+              "(* = \"say\\\"hi\\\\\\*\\?*\"cdw || kMDItemTextContent = \"say\\\"hi\\\\\\*\\?*\"cdw)");
+    for (const char* words : {"O'Neil", "a\"b", "c:\\temp\\", "50% off?", "東京 タワー", "(x || y)", "&& !"}) {
+        EXPECT_TRUE(parseQuery(interpretWords(words)).ok()) << words;
+    }
+}
+
+TEST(FindQuery, InterpretedWordsFindWhatAPersonMeans)
+{
+    const MemoryItem report = file("Annual-Report 2023.pdf", "The reporting period ended.");
+    const MemoryItem chopin = file("Frédéric Chopin.mp3");
+    const MemoryItem notes = file("notes.txt", "what? nothing");
+    EXPECT_TRUE(finds(interpretWords("report"), report));
+    EXPECT_TRUE(finds(interpretWords("REPORTING"), report));   // only in the text
+    EXPECT_TRUE(finds(interpretWords("annual 2023"), report));
+    EXPECT_FALSE(finds(interpretWords("annual 2024"), report));  // every word must be found
+    EXPECT_FALSE(finds(interpretWords("port"), report));         // words begin with it
+    EXPECT_FALSE(finds(interpretWords("x"), report));            // not through the path
+    EXPECT_TRUE(finds(interpretWords("fred"), chopin));
+    EXPECT_TRUE(finds(interpretWords("chopin frederic"), chopin));
+    EXPECT_TRUE(finds(interpretWords("what?"), notes));
+    EXPECT_TRUE(finds(interpretWords("noth*"), notes));
+}
+
+TEST(FindQuery, NameSearchesTheFileNameLiterally)
+{
+    EXPECT_EQ(nameQuery("report"), "kMDItemFSName == \"*report*\"cd");
+    EXPECT_EQ(nameQuery("a\"b\\c*d?"), "kMDItemFSName == \"*a\\\"b\\\\c\\*d\\?*\"cd");
+    EXPECT_TRUE(finds(nameQuery("REPORT"), file("annual report.pdf")));
+    EXPECT_TRUE(finds(nameQuery("Resume"), file("My résumé.odt")));
+    EXPECT_FALSE(finds(nameQuery("report"), MemoryItem{{"kMDItemDisplayName", "report"}}));
+    EXPECT_TRUE(finds(nameQuery("a\"b\\c*d?"), file("xa\"b\\c*d?y")));
+    EXPECT_FALSE(finds(nameQuery("a*d"), file("abcd")));
+    EXPECT_TRUE(finds(nameQuery("a*d"), file("xa*d")));
+    EXPECT_FALSE(finds(nameQuery("?"), file("x")));
+    EXPECT_TRUE(finds(nameQuery(""), file("x")));
+}
+
+TEST(FindQuery, TakesExpressionsAsWrittenAndInterpretsTheRest)
+{
+    EXPECT_TRUE(isQueryExpression("kMDItemFSSize > 5"));
+    EXPECT_TRUE(isQueryExpression("(kMDItemFSInvisible = null)"));
+    EXPECT_TRUE(isQueryExpression("true && InRange(kMDItemFSSize, 1, 2)"));
+    for (const char* words : {"report", "big cat", "true", "false", "kMDItemFSSize >", "", "a == 'x"}) {
+        EXPECT_FALSE(isQueryExpression(words)) << words;
+    }
+
+    const auto expression = findQuery("kMDItemFSSize > 5", std::nullopt, false);
+    ASSERT_TRUE(expression.ok());
+    EXPECT_EQ(expression->text, "kMDItemFSSize > 5");
+    EXPECT_FALSE(expression->interpreted);
+
+    const auto words = findQuery("big cat", std::nullopt, false);
+    ASSERT_TRUE(words.ok());
+    EXPECT_EQ(words->text, interpretWords("big cat"));
+    EXPECT_TRUE(words->interpreted);
+
+    const auto forced = findQuery("kMDItemFSSize > 5", std::nullopt, true);
+    ASSERT_TRUE(forced.ok());
+    EXPECT_TRUE(forced->interpreted);
+    EXPECT_EQ(forced->text, interpretWords("kMDItemFSSize > 5"));
+
+    const auto withName = findQuery("kMDItemFSSize > 5", std::string("tmp"), false);
+    ASSERT_TRUE(withName.ok());
+    EXPECT_EQ(withName->text, "(kMDItemFSSize > 5) && kMDItemFSName == \"*tmp*\"cd");
+    EXPECT_TRUE(finds(withName->text, MemoryItem{{"kMDItemFSName", "a.TMP"}, {"kMDItemFSSize", 6}}));
+    EXPECT_FALSE(finds(withName->text, MemoryItem{{"kMDItemFSName", "a.TMP"}, {"kMDItemFSSize", 5}}));
+    // Parentheses keep an OR inside the query from escaping the name test.
+    const auto orName = findQuery("kMDItemFSSize > 5 || kMDItemFSSize < 2", std::string("tmp"), false);
+    ASSERT_TRUE(orName.ok());
+    EXPECT_FALSE(finds(orName->text, MemoryItem{{"kMDItemFSName", "other"}, {"kMDItemFSSize", 1}}));
+
+    const auto nameOnly = findQuery("  ", std::string("tmp"), false);
+    ASSERT_TRUE(nameOnly.ok());
+    EXPECT_EQ(nameOnly->text, "kMDItemFSName == \"*tmp*\"cd");
+
+    const auto nothing = findQuery(" ", std::nullopt, false);
+    ASSERT_FALSE(nothing.ok());
+    EXPECT_EQ(nothing.error().kind, trovara::index::Failure::Kind::InvalidQuery);
+}
