@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -114,6 +115,154 @@ TEST(CriteriaText, MissingFilesAndWrongArgumentsAreRefused)
     Outcome help = trova({QStringLiteral("--help")});
     EXPECT_EQ(help.status, 0);
     EXPECT_TRUE(help.out.contains("criteria-text"));
+}
+
+}  // namespace
+
+namespace {
+
+class TrovaIndex : public ::testing::Test {
+protected:
+    TrovaIndex()
+        : tree(QDir::homePath() + QStringLiteral("/cli-tree"))
+        , index(QDir::homePath() + QStringLiteral("/cli-index"))
+    {
+        QDir().mkpath(tree + QStringLiteral("/Documents/Old"));
+        QDir().mkpath(tree + QStringLiteral("/.secret"));
+        writeFile(QStringLiteral("cli-tree/Documents/Report 2024.txt"), "quarterly figures\n");
+        writeFile(QStringLiteral("cli-tree/Documents/Old/report-old.txt"), "old");
+        writeFile(QStringLiteral("cli-tree/Documents/big.bin"), QByteArray(300000, 'b'));
+        writeFile(QStringLiteral("cli-tree/.secret/report.key"), "k");
+    }
+    ~TrovaIndex() override
+    {
+        QDir(tree).removeRecursively();
+        QDir(index).removeRecursively();
+    }
+
+    Outcome run(QStringList arguments)
+    {
+        arguments.prepend(index);
+        arguments.prepend(QStringLiteral("--index"));
+        return trova(arguments);
+    }
+
+    static QStringList lines(const QByteArray& output)
+    {
+        QStringList list = QString::fromUtf8(output).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        list.sort();
+        return list;
+    }
+
+    const QString tree;
+    const QString index;
+};
+
+TEST_F(TrovaIndex, IndexesAFolderAndFindsInIt)
+{
+    Outcome added = run({"index", "add", tree});
+    ASSERT_EQ(added.status, 0) << added.err.toStdString();
+    EXPECT_TRUE(added.err.contains("added: 4 folders, 4 files")) << added.err.toStdString();
+
+    Outcome byName = run({"find", R"(kMDItemDisplayName == "*report*"cd)"});
+    EXPECT_EQ(byName.status, 0);
+    EXPECT_EQ(lines(byName.out), QStringList({tree + "/.secret/report.key", tree + "/Documents/Old/report-old.txt",
+                                              tree + "/Documents/Report 2024.txt"}));
+    EXPECT_EQ(run({"find", "-count", R"(kMDItemDisplayName == "*report*"cd)"}).out, QByteArray("3\n"));
+    EXPECT_EQ(lines(run({"find", "-name", "BIG"}).out), QStringList{tree + "/Documents/big.bin"});
+    EXPECT_EQ(lines(run({"find", "kMDItemFSSize > 100000"}).out), QStringList{tree + "/Documents/big.bin"});
+    // Plain words are what a person means: words beginning so, in any text.
+    EXPECT_EQ(lines(run({"find", "report", "2024"}).out), QStringList{tree + "/Documents/Report 2024.txt"});
+    EXPECT_EQ(lines(run({"find", "-onlyin", tree + "/Documents/Old", "report"}).out),
+              QStringList{tree + "/Documents/Old/report-old.txt"});
+    Outcome nul = run({"find", "-0", "-name", "report-old"});
+    EXPECT_EQ(nul.out, (tree + "/Documents/Old/report-old.txt").toUtf8() + QByteArray(1, '\0'));
+
+    Outcome status = run({"index", "status"});
+    EXPECT_EQ(status.status, 0);
+    EXPECT_TRUE(status.out.contains(tree.toUtf8() + "  (complete")) << status.out.toStdString();
+    EXPECT_TRUE(status.out.contains("items: 8")) << status.out.toStdString();
+}
+
+TEST_F(TrovaIndex, SearchesAFolderOutsideTheIndexByCrawlingIt)
+{
+    run({"index", "add", tree + "/Documents"});
+    Outcome all = run({"find", "-onlyin", tree, R"(kMDItemFSName == "report*"c)"});
+    EXPECT_EQ(all.status, 0) << all.err.toStdString();
+    EXPECT_EQ(lines(all.out), QStringList({tree + "/.secret/report.key", tree + "/Documents/Old/report-old.txt",
+                                           tree + "/Documents/Report 2024.txt"}));
+    // Without an index at all, a folder is still searched.
+    QDir(index).removeRecursively();
+    Outcome crawled = run({"find", "-onlyin", tree, "-name", "key"});
+    EXPECT_EQ(crawled.status, 0) << crawled.err.toStdString();
+    EXPECT_EQ(lines(crawled.out), QStringList{tree + "/.secret/report.key"});
+}
+
+TEST_F(TrovaIndex, BadInputGetsAMessageAndAStatus)
+{
+    Outcome noIndex = run({"find", "report"});
+    EXPECT_EQ(noIndex.status, 1);
+    EXPECT_TRUE(noIndex.err.contains("trova index add")) << noIndex.err.toStdString();
+
+    run({"index", "add", tree});
+    Outcome badQuery = run({"find", "kMDItemFSSize > && x"});
+    EXPECT_EQ(badQuery.status, 1);
+    EXPECT_TRUE(badQuery.err.contains("invalid query: position")) << badQuery.err.toStdString();
+    EXPECT_TRUE(badQuery.out.isEmpty());
+
+    Outcome missingScope = run({"find", "-onlyin", tree + "/nowhere", "report"});
+    EXPECT_EQ(missingScope.status, 1);
+    EXPECT_TRUE(missingScope.err.contains("nowhere")) << missingScope.err.toStdString();
+
+    Outcome notAFolder = run({"index", "add", tree + "/Documents/big.bin"});
+    EXPECT_EQ(notAFolder.status, 1);
+    EXPECT_TRUE(notAFolder.err.contains("not a folder")) << notAFolder.err.toStdString();
+
+    EXPECT_EQ(run({"index", "add"}).status, 2);
+    EXPECT_EQ(run({"find", "-bogus", "x"}).status, 2);
+    EXPECT_EQ(run({"ls", tree + "/none"}).status, 1);
+}
+
+TEST_F(TrovaIndex, ADamagedIndexIsReportedAndRebuilt)
+{
+    run({"index", "add", tree});
+    writeFile(QStringLiteral("cli-index/index.db"), QByteArray(20000, 'x'));
+    QFile::remove(index + QStringLiteral("/index.db-wal"));
+    Outcome refused = run({"find", "-name", "report"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_TRUE(refused.err.contains("rebuild")) << refused.err.toStdString();
+
+    Outcome rebuilt = run({"index", "rebuild"});
+    EXPECT_EQ(rebuilt.status, 0) << rebuilt.err.toStdString();
+    EXPECT_EQ(run({"find", "-count", "-name", "report"}).out, QByteArray("3\n"));
+}
+
+TEST_F(TrovaIndex, LsShowsEveryAttributeOfIndexedAndOtherFiles)
+{
+    run({"index", "add", tree + "/Documents"});
+    for (const QString& file : {tree + "/Documents/Report 2024.txt", tree + "/.secret/report.key"}) {
+        Outcome ls = run({"ls", file});
+        ASSERT_EQ(ls.status, 0) << ls.err.toStdString();
+        const QStringList rows = QString::fromUtf8(ls.out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QStringList keys;
+        for (const QString& row : rows) {
+            keys << row.section(QLatin1Char(' '), 0, 0);
+        }
+        QStringList sorted = keys;
+        sorted.sort();
+        EXPECT_EQ(keys, sorted) << "sorted by key";
+        const QString text = QString::fromUtf8(ls.out);
+        EXPECT_TRUE(text.contains(QRegularExpression(QStringLiteral("kMDItemFSName +=  ?\"")))) << text.toStdString();
+        EXPECT_TRUE(text.contains(QRegularExpression(
+            QStringLiteral("kMDItemFSContentChangeDate += \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0000"))))
+            << text.toStdString();
+        EXPECT_TRUE(text.contains(QRegularExpression(QStringLiteral("kMDItemContentTypeTree += \\(\"public"))))
+            << text.toStdString();
+        EXPECT_TRUE(text.contains(QStringLiteral("kMDItemPath"))) << text.toStdString();
+    }
+    Outcome folder = run({"ls", tree + "/Documents"});
+    EXPECT_TRUE(folder.out.contains("kMDItemFSNodeCount")) << folder.out.toStdString();
+    EXPECT_FALSE(folder.out.contains("kMDItemFSSize")) << "folders have no size";
 }
 
 }  // namespace

@@ -5,7 +5,24 @@
 
 #include <QStringList>
 
+#include <string>
+
 namespace trovara::cli {
+
+// Options given before the command.
+struct GlobalOptions {
+    // --index DIR, else $TROVARA_INDEX, else the default index folder.
+    std::string indexDirectory;
+};
+
+// `trova index add|remove DIR… | update | rebuild | status`.
+int indexCommand(const GlobalOptions& global, const QStringList& arguments);
+
+// `trova ls FILE…`: every attribute of each file, sorted by key.
+int lsCommand(const GlobalOptions& global, const QStringList& arguments);
+
+// `trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] QUERY`.
+int findCommand(const GlobalOptions& global, const QStringList& arguments);
 
 // `trova criteria-text FILE|-`: prints the query text of a criteria tree
 // written as JSON. Exit status 0, or 2 for unreadable or invalid input.

@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "common/error_presenter.h"
+#include "index/index.h"
 
 #include <QCoreApplication>
 
@@ -18,10 +19,20 @@ namespace {
 
 void printUsage(FILE* stream)
 {
-    std::fputs("usage: trova <command> [arguments]\n"
+    std::fputs("usage: trova [--index DIR] <command> [arguments]\n"
                "\n"
                "commands:\n"
-               "  criteria-text FILE|-   print the query text of a criteria tree (JSON)\n",
+               "  find [-onlyin DIR]... [-name TEXT] [-count] [-0] [-interpret] QUERY\n"
+               "                         search the index (or folders outside it)\n"
+               "  ls FILE...             print every attribute of files\n"
+               "  index add DIR...       index folders (and keep them indexed)\n"
+               "  index remove DIR...    stop indexing folders\n"
+               "  index update           bring the index up to date\n"
+               "  index rebuild          build the index again from scratch\n"
+               "  index status           show what is indexed\n"
+               "  criteria-text FILE|-   print the query text of a criteria tree (JSON)\n"
+               "\n"
+               "The index lives in $TROVARA_INDEX, else ~/.local/share/trovara/index.\n",
                stream);
 }
 
@@ -38,6 +49,19 @@ int main(int argc, char* argv[])
     trovara::setErrorPresenter([](const trovara::Error& error) { trovara::cli::printError(error.toString()); });
 
     QStringList arguments = QCoreApplication::arguments().mid(1);
+    trovara::cli::GlobalOptions global;
+    global.indexDirectory = trovara::index::Index::defaultDirectory();
+    while (!arguments.isEmpty() && arguments.front().startsWith(QLatin1String("--index"))) {
+        const QString option = arguments.takeFirst();
+        if (option.startsWith(QLatin1String("--index="))) {
+            global.indexDirectory = option.mid(8).toStdString();
+        } else if (option == QLatin1String("--index") && !arguments.isEmpty()) {
+            global.indexDirectory = arguments.takeFirst().toStdString();
+        } else {
+            trovara::cli::printError(QStringLiteral("--index needs a folder"));
+            return 2;
+        }
+    }
     if (arguments.isEmpty()) {
         trovara::cli::printUsage(stderr);
         return 2;
@@ -45,6 +69,15 @@ int main(int argc, char* argv[])
     const QString command = arguments.takeFirst();
     if (command == QLatin1String("criteria-text")) {
         return trovara::cli::criteriaText(arguments);
+    }
+    if (command == QLatin1String("index")) {
+        return trovara::cli::indexCommand(global, arguments);
+    }
+    if (command == QLatin1String("ls")) {
+        return trovara::cli::lsCommand(global, arguments);
+    }
+    if (command == QLatin1String("find")) {
+        return trovara::cli::findCommand(global, arguments);
     }
     if (command == QLatin1String("help") || command == QLatin1String("--help") || command == QLatin1String("-h")) {
         trovara::cli::printUsage(stdout);

@@ -5,6 +5,8 @@
 #include "index/query/number_text.h"
 #include "index/query/parser.h"
 #include "index/query/time_value.h"
+#include "index/text/folding.h"
+#include "index/text/word_splitter.h"
 
 #include <array>
 #include <charconv>
@@ -443,6 +445,187 @@ Evaluator::Evaluator(const Query& query, const QueryStart& start, const Schema& 
 bool Evaluator::matches(const ItemView& item) const
 {
     return evaluate(m_program->root, item);
+}
+
+// --- Single comparisons, for the index's fast paths --------------------------
+
+namespace {
+
+// Literal runs of a glob pattern: the text between unescaped wildcards,
+// with escapes resolved.
+std::vector<std::string> literalRuns(std::string_view pattern)
+{
+    std::vector<std::string> runs(1);
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        const char ch = pattern[i];
+        if (ch == '\\' && i + 1 < pattern.size()) {
+            runs.back().push_back(pattern[++i]);
+        } else if (ch == '*' || ch == '?') {
+            runs.emplace_back();
+        } else {
+            runs.back().push_back(ch);
+        }
+    }
+    std::erase_if(runs, [](const std::string& run) { return run.empty(); });
+    return runs;
+}
+
+// Drops the first and last code point of a folded non-ASCII literal: at a
+// cut, composition and case folding may join characters differently than
+// in the whole value, so only the inner part is sure to reappear.
+std::string innerPart(const std::string& folded)
+{
+    if (text::isAscii(folded)) {
+        return folded;
+    }
+    std::size_t begin = 0;
+    if (begin < folded.size()) {
+        ++begin;
+        while (begin < folded.size() && (static_cast<unsigned char>(folded[begin]) & 0xC0) == 0x80) {
+            ++begin;
+        }
+    }
+    std::size_t end = folded.size();
+    if (end > begin) {
+        --end;
+        while (end > begin && (static_cast<unsigned char>(folded[end]) & 0xC0) == 0x80) {
+            --end;
+        }
+    }
+    return folded.substr(begin, end > begin ? end - begin : 0);
+}
+
+}  // namespace
+
+struct ComparisonMatcher::Compiled {
+    CompiledNode node;
+    std::string pattern;  // the == operand's glob form
+};
+
+ComparisonMatcher::ComparisonMatcher(const Node& node, const QueryStart& start, const Schema& schema)
+{
+    auto compiled = std::make_shared<Compiled>();
+    compiled->node = Compiler(start, schema).compile(node);
+    if (!node.values.empty()) {
+        const Value& value = node.values.front();
+        const bool hasPattern = value.kind == Value::Kind::Text || (value.kind == Value::Kind::Time && value.quoted);
+        compiled->pattern = hasPattern ? value.pattern : literalPattern(value.text);
+    }
+    m_compiled = std::move(compiled);
+}
+
+ComparisonMatcher::~ComparisonMatcher() = default;
+ComparisonMatcher::ComparisonMatcher(const ComparisonMatcher&) = default;
+ComparisonMatcher& ComparisonMatcher::operator=(const ComparisonMatcher&) = default;
+
+ComparisonMatcher::Kind ComparisonMatcher::kind() const
+{
+    const CompiledNode& node = m_compiled->node;
+    if (node.kind == Node::Kind::Compare && !node.operands.empty()) {
+        if (node.operands.front().kind == Operand::Kind::Presence) {
+            return Kind::Presence;
+        }
+        if (node.operands.front().kind == Operand::Kind::Null) {
+            return Kind::Null;
+        }
+    }
+    return Kind::Scalar;
+}
+
+bool ComparisonMatcher::negated() const
+{
+    const CompiledNode& node = m_compiled->node;
+    return node.kind == Node::Kind::Compare && node.comparison == Comparison::NotEqual;
+}
+
+std::size_t ComparisonMatcher::targetCount() const
+{
+    return m_compiled->node.targets.size();
+}
+
+const std::string& ComparisonMatcher::targetKey(std::size_t target) const
+{
+    return m_compiled->node.targets[target].key;
+}
+
+ValueType ComparisonMatcher::targetType(std::size_t target) const
+{
+    return m_compiled->node.targets[target].type;
+}
+
+bool ComparisonMatcher::looksAtTextContent() const
+{
+    return m_compiled->node.textContent;
+}
+
+bool ComparisonMatcher::scalarHolds(std::size_t target, const Scalar& scalar) const
+{
+    const CompiledNode& node = m_compiled->node;
+    const ValueType type = node.targets[target].type;
+    if (node.kind == Node::Kind::InRange) {
+        return scalarInRange(scalar, type, node.operands[0], node.operands[1]);
+    }
+    const Comparison comparison = node.comparison == Comparison::NotEqual ? Comparison::Equal : node.comparison;
+    return scalarMatches(scalar, type, comparison, node.operands.front());
+}
+
+bool ComparisonMatcher::textContentHolds(std::string_view content) const
+{
+    const CompiledNode& node = m_compiled->node;
+    if (node.kind == Node::Kind::InRange) {
+        return textContentInRange(content, node.operands[0].text, node.operands[1].text);
+    }
+    const Comparison comparison = node.comparison == Comparison::NotEqual ? Comparison::Equal : node.comparison;
+    return textContentMatches(content, comparison, node.operands.front().text);
+}
+
+bool ComparisonMatcher::matches(const ItemView& item) const
+{
+    return evaluate(m_compiled->node, item);
+}
+
+const Glob* ComparisonMatcher::caseAndDiacriticGlob() const
+{
+    const CompiledNode& node = m_compiled->node;
+    if (node.kind != Node::Kind::Compare || kind() != Kind::Scalar
+        || (node.comparison != Comparison::Equal && node.comparison != Comparison::NotEqual)) {
+        return nullptr;
+    }
+    const TextOperand& text = node.operands.front().text;
+    if (!text.fold.caseInsensitive || !text.fold.diacriticInsensitive || text.wordBased) {
+        return nullptr;
+    }
+    return &text.glob;
+}
+
+std::vector<std::string> ComparisonMatcher::requiredFoldedLiterals() const
+{
+    const CompiledNode& node = m_compiled->node;
+    if (node.kind != Node::Kind::Compare || kind() != Kind::Scalar
+        || (node.comparison != Comparison::Equal && node.comparison != Comparison::NotEqual)) {
+        return {};
+    }
+    const bool wordBased = node.operands.front().text.wordBased;
+    std::vector<std::string> literals;
+    for (const std::string& run : literalRuns(m_compiled->pattern)) {
+        // Word-based patterns match word by word: only the runs between
+        // separators are sure to stand in the value as they are.
+        std::vector<std::string> pieces;
+        if (wordBased) {
+            for (const text::Word& word : text::splitWords(run)) {
+                pieces.emplace_back(word.text());
+            }
+        } else {
+            pieces.push_back(run);
+        }
+        for (const std::string& piece : pieces) {
+            std::string inner = innerPart(text::foldForCatalogue(piece));
+            if (!inner.empty()) {
+                literals.push_back(std::move(inner));
+            }
+        }
+    }
+    return literals;
 }
 
 Expected<bool> matchesQuery(std::string_view query, const ItemView& item, const QueryStart& start,

@@ -33,8 +33,11 @@
 #include "index/query/item_view.h"
 #include "index/schema.h"
 
+#include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace trovara::index::query {
 
@@ -52,6 +55,63 @@ public:
 private:
     struct Program;
     std::shared_ptr<const Program> m_program;
+};
+
+class Glob;
+
+// One comparison of a query (a Compare or InRange node) compiled exactly as
+// the evaluator compiles it, and asked about values one at a time. The
+// index's fast paths evaluate comparisons through it on values read
+// straight from their tables, so they keep the evaluator's semantics by
+// construction: a Compare node holds for an item when, for "==" and the
+// ordering operators (and InRange), scalarHolds() is true for some scalar
+// of some target attribute (or textContentHolds() for the text content);
+// "!=" is the negation of "=="; a presence test ("*") holds when some
+// target has a value, a null test when none has.
+//
+// Immutable once built; shares the evaluator's thread safety.
+class ComparisonMatcher {
+public:
+    enum class Kind : std::uint8_t {
+        Scalar,    // ==, !=, <, >, <=, >= against a value, or InRange
+        Presence,  // == "*" (or != "*", negated)
+        Null,      // == null (or != null, negated)
+    };
+
+    ComparisonMatcher(const Node& node, const QueryStart& start, const Schema& schema = Schema::builtin());
+    ~ComparisonMatcher();
+    ComparisonMatcher(const ComparisonMatcher&);
+    ComparisonMatcher& operator=(const ComparisonMatcher&);
+
+    Kind kind() const;
+    // "!=": the caller negates what the other members answer for "==".
+    bool negated() const;
+
+    std::size_t targetCount() const;
+    const std::string& targetKey(std::size_t target) const;
+    ValueType targetType(std::size_t target) const;
+    bool looksAtTextContent() const;
+
+    bool scalarHolds(std::size_t target, const Scalar& scalar) const;
+    bool textContentHolds(std::string_view content) const;
+    // The whole comparison for one item (negation included), as the
+    // evaluator decides it.
+    bool matches(const ItemView& item) const;
+
+    // For a text target compared with "==" or "!=" with both the c and d
+    // modifiers and without w: the compiled glob, to be matched against a
+    // value folded with text::foldForCatalogue() (scalarHolds() would fold
+    // it the same way). nullptr when the comparison is not of that kind.
+    const Glob* caseAndDiacriticGlob() const;
+
+    // Texts, folded with text::foldForCatalogue(), that every text value
+    // holding "==" contains: necessary, never sufficient. Empty when
+    // nothing can be told (ordering operators, patterns of wildcards only).
+    std::vector<std::string> requiredFoldedLiterals() const;
+
+private:
+    struct Compiled;
+    std::shared_ptr<const Compiled> m_compiled;
 };
 
 // Parses and evaluates in one go, for one-off checks and tests.

@@ -34,6 +34,19 @@ bool comparesSomething(const Node& node)
     return false;
 }
 
+// Whether a person meant the input as an expression: it has an operator of
+// the language or opens with a known function. Such input is parsed, and
+// its mistakes are reported, instead of being searched for as words.
+bool looksLikeExpression(std::string_view input)
+{
+    for (const char* marker : {"==", "!=", "<", ">", "&&", "||", "=", "$time", "InRange(", "inrange("}) {
+        if (input.find(marker) != std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string interpretWords(std::string_view words)
@@ -76,6 +89,12 @@ Expected<FindQuery> findQuery(std::string_view query, const std::optional<std::s
     FindQuery result;
     if (!interpret && isQueryExpression(query)) {
         result.text = std::string(query);
+    } else if (!interpret && looksLikeExpression(query)) {
+        Expected<Query> parsed = parseQuery(query);
+        if (!parsed) {
+            return parsed.error();
+        }
+        return Failure{Failure::Kind::InvalidQuery, "the query compares nothing"};
     } else {
         result.text = interpretWords(query);
         result.interpreted = true;

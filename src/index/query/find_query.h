@@ -37,6 +37,8 @@ struct FindQuery {
 
 // The whole query of `trova find`: QUERY (as an expression or as words;
 // always as words when `interpret` is set), ANDed with -name when given.
+// Input with an operator of the language ("==", "<", "&&" …) is meant as an
+// expression: when it does not parse, that is the error, not a word search.
 // Fails (InvalidQuery) when there is nothing to search for.
 Expected<FindQuery> findQuery(std::string_view query, const std::optional<std::string>& name, bool interpret);
 

@@ -41,6 +41,19 @@ Glob Glob::compile(std::string_view pattern, text::FoldOptions options)
         }
     }
     flushLiteral();
+    // The common shapes match with one search of the bytes: in valid UTF-8
+    // a byte match always lines up with whole characters.
+    const auto& p = glob.m_pieces;
+    const auto is = [&](std::size_t i, PieceKind kind) { return i < p.size() && p[i].kind == kind; };
+    if (p.size() == 1 && is(0, PieceKind::Literal)) {
+        glob.m_shape = Shape::Exactly;
+    } else if (p.size() == 2 && is(0, PieceKind::Literal) && is(1, PieceKind::AnyRun)) {
+        glob.m_shape = Shape::BeginsWith;
+    } else if (p.size() == 2 && is(0, PieceKind::AnyRun) && is(1, PieceKind::Literal)) {
+        glob.m_shape = Shape::EndsWith;
+    } else if (p.size() == 3 && is(0, PieceKind::AnyRun) && is(1, PieceKind::Literal) && is(2, PieceKind::AnyRun)) {
+        glob.m_shape = Shape::Contains;
+    }
     return glob;
 }
 
@@ -51,6 +64,18 @@ bool Glob::matchesEverything() const
 
 bool Glob::matches(std::string_view text) const
 {
+    switch (m_shape) {
+    case Shape::Exactly:
+        return text == m_pieces[0].literal;
+    case Shape::BeginsWith:
+        return text.starts_with(m_pieces[0].literal);
+    case Shape::EndsWith:
+        return text.ends_with(m_pieces[1].literal);
+    case Shape::Contains:
+        return text.find(m_pieces[1].literal) != std::string_view::npos;
+    case Shape::General:
+        break;
+    }
     // Greedy matching that backtracks only to the last "*": a later "*" can
     // absorb whatever an earlier one would have, so that is enough.
     std::size_t piece = 0;

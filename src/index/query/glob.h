@@ -44,7 +44,9 @@ private:
         PieceKind kind = PieceKind::Literal;
         std::string literal;
     };
+    enum class Shape : std::uint8_t { General, Exactly, BeginsWith, EndsWith, Contains };
     std::vector<Piece> m_pieces;
+    Shape m_shape = Shape::General;
 };
 
 // The words of one text, folded: each word as the concatenation of its

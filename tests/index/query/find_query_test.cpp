@@ -120,3 +120,21 @@ TEST(FindQuery, TakesExpressionsAsWrittenAndInterpretsTheRest)
     ASSERT_FALSE(nothing.ok());
     EXPECT_EQ(nothing.error().kind, trovara::index::Failure::Kind::InvalidQuery);
 }
+
+TEST(FindQuery, AMistypedExpressionIsAnErrorNotAWordSearch)
+{
+    for (const char* text : {"kMDItemFSSize >", "a == 'x", "kMDItemFSSize > 5 &&", "(kMDItemFSName == 'a'"}) {
+        const auto result = findQuery(text, std::nullopt, false);
+        ASSERT_FALSE(result.ok()) << text;
+        EXPECT_EQ(result.error().kind, trovara::index::Failure::Kind::InvalidQuery) << text;
+        EXPECT_NE(result.error().message.find("position"), std::string::npos) << result.error().message;
+    }
+    // Without an operator it is words, whatever they spell.
+    for (const char* text : {"report 2024", "kMDItemFSSize", "C++ notes", "what?"}) {
+        const auto result = findQuery(text, std::nullopt, false);
+        ASSERT_TRUE(result.ok()) << text;
+        EXPECT_TRUE(result->interpreted) << text;
+    }
+    // With -interpret even operators are words.
+    EXPECT_TRUE(findQuery("a == 'x", std::nullopt, true).ok());
+}

@@ -1,0 +1,819 @@
+#include "index/catalogue.h"
+
+#include "index/list_text.h"
+#include "index/store.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <unordered_map>
+
+namespace trovara::index {
+
+namespace {
+
+// --- Snapshot file layout -----------------------------------------------------
+//
+// A header, a section table, then the sections, each aligned to 8 bytes.
+// All integers are little-endian, as the machines Trovara runs on are.
+
+constexpr char kMagic[8] = {'T', 'r', 'o', 'v', 'C', 'a', 't', '\0'};
+constexpr std::uint32_t kSnapshotVersion = 1;
+
+struct Header {
+    char magic[8];
+    std::uint32_t version;
+    std::uint32_t headerSize;
+    std::int64_t generation;
+    std::uint32_t itemCount;
+    std::uint32_t sectionCount;
+    std::uint32_t sectionTableChecksum;
+    std::uint32_t reserved;
+    std::uint64_t fileSize;
+};
+static_assert(sizeof(Header) == 48);
+
+enum SectionId : std::uint32_t {
+    kCore = 1,
+    kExtra = 2,
+    kNames = 3,
+    kFolded = 4,
+    kAttributeEntries = 5,
+    kAttributeValues = 6,
+    kTypes = 7,
+    kTrigrams = 8,
+    kPostings = 9,
+};
+
+struct Section {
+    std::uint32_t id;
+    std::uint32_t reserved;
+    std::uint64_t offset;
+    std::uint64_t size;
+};
+static_assert(sizeof(Section) == 24);
+
+std::uint32_t fnv1a(const void* data, std::size_t size)
+{
+    std::uint32_t hash = 2166136261u;
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    for (std::size_t i = 0; i < size; ++i) {
+        hash = (hash ^ bytes[i]) * 16777619u;
+    }
+    return hash;
+}
+
+// Types travel as text: fields separated by 0x1f, tree entries by 0x1e,
+// records ended by '\n'.
+std::string serializeTypes(const std::vector<TypeInfo>& types)
+{
+    std::string text;
+    for (const TypeInfo& type : types) {
+        text += joinList({type.mimeType, type.identifier, type.kind, joinList(type.tree, '\x1e')}) + '\n';
+    }
+    return text;
+}
+
+std::optional<std::vector<TypeInfo>> parseTypes(std::string_view text)
+{
+    std::vector<TypeInfo> types;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t end = text.find('\n', start);
+        if (end == std::string_view::npos) {
+            return std::nullopt;
+        }
+        const std::vector<std::string> fields = splitList(text.substr(start, end - start), '\x1f');
+        if (fields.size() != 4) {
+            return std::nullopt;
+        }
+        TypeInfo type{fields[0], fields[1], fields[2], {}};
+        if (!fields[3].empty()) {
+            type.tree = splitList(fields[3], '\x1e');
+        }
+        types.push_back(std::move(type));
+        start = end + 1;
+    }
+    return types;
+}
+
+void appendVarint(std::string& out, std::uint32_t value)
+{
+    while (value >= 0x80) {
+        out += static_cast<char>((value & 0x7F) | 0x80);
+        value >>= 7;
+    }
+    out += static_cast<char>(value);
+}
+
+// Decodes `count` delta-encoded item indexes; false when the bytes run out
+// or a value is out of range (a damaged snapshot).
+bool decodePostings(std::string_view bytes, std::uint32_t count, ItemIndex limit, std::vector<ItemIndex>& out)
+{
+    out.clear();
+    out.reserve(count);
+    std::size_t pos = 0;
+    std::uint64_t current = 0;
+    for (std::uint32_t n = 0; n < count; ++n) {
+        std::uint64_t delta = 0;
+        int shift = 0;
+        while (true) {
+            if (pos >= bytes.size() || shift > 28) {
+                return false;
+            }
+            const auto byte = static_cast<unsigned char>(bytes[pos++]);
+            delta |= static_cast<std::uint64_t>(byte & 0x7F) << shift;
+            if (!(byte & 0x80)) {
+                break;
+            }
+            shift += 7;
+        }
+        current += delta;
+        if (current >= limit) {
+            return false;
+        }
+        out.push_back(static_cast<ItemIndex>(current));
+    }
+    return true;
+}
+
+std::uint32_t trigramKey(const char* p)
+{
+    return (static_cast<std::uint32_t>(static_cast<unsigned char>(p[0])) << 16)
+           | (static_cast<std::uint32_t>(static_cast<unsigned char>(p[1])) << 8)
+           | static_cast<std::uint32_t>(static_cast<unsigned char>(p[2]));
+}
+
+std::string_view lastComponent(std::string_view path)
+{
+    if (path.size() > 1 && path.back() == '/') {
+        path.remove_suffix(1);
+    }
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos || path.size() == 1) {
+        return path;
+    }
+    return path.substr(slash + 1);
+}
+
+}  // namespace
+
+struct Catalogue::Data {
+    std::vector<CoreRecord> core;
+    std::vector<ExtraRecord> extra;
+    std::string names;
+    std::string folded;
+    std::vector<AttributeEntry> attributeEntries;
+    std::string attributeValues;
+    std::vector<Trigram> trigrams;
+    std::string postings;
+};
+
+Catalogue::~Catalogue()
+{
+    if (m_mapping) {
+        ::munmap(m_mapping, m_mappingSize);
+    }
+}
+
+std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> items, std::int64_t generation,
+                                                  const NameFolder& fold, const TypeResolver& types)
+{
+    const std::size_t n = items.size();
+    std::unordered_map<std::int64_t, std::uint32_t> byId;
+    byId.reserve(n);
+    for (std::uint32_t i = 0; i < n; ++i) {
+        byId.emplace(items[i].id, i);
+    }
+    // Children lists; an item whose parent is missing is left out with all
+    // below it.
+    std::vector<std::uint32_t> parentOf(n, kNoItem);
+    std::vector<std::uint32_t> roots;
+    std::vector<std::uint32_t> childCount(n + 1, 0);
+    for (std::uint32_t i = 0; i < n; ++i) {
+        if (items[i].parent == 0) {
+            roots.push_back(i);
+            continue;
+        }
+        auto it = byId.find(items[i].parent);
+        if (it != byId.end() && it->second != i) {
+            parentOf[i] = it->second;
+            ++childCount[it->second];
+        }
+    }
+    std::vector<std::uint32_t> childStart(n + 1, 0);
+    for (std::size_t i = 0; i < n; ++i) {
+        childStart[i + 1] = childStart[i] + childCount[i];
+    }
+    std::vector<std::uint32_t> children(childStart[n]);
+    std::vector<std::uint32_t> fill(childStart.begin(), childStart.end() - 1);
+    for (std::uint32_t i = 0; i < n; ++i) {
+        if (parentOf[i] != kNoItem) {
+            children[fill[parentOf[i]]++] = i;
+        }
+    }
+    auto byName = [&](std::uint32_t a, std::uint32_t b) { return items[a].info.name < items[b].info.name; };
+    std::sort(roots.begin(), roots.end(), byName);
+    for (std::size_t i = 0; i < n; ++i) {
+        std::sort(children.begin() + childStart[i], children.begin() + childStart[i + 1], byName);
+    }
+
+    // Depth-first order.
+    std::vector<std::uint32_t> order;
+    order.reserve(n);
+    std::vector<ItemIndex> newIndex(n, kNoItem);
+    std::vector<ItemIndex> subtreeEnd;
+    {
+        struct Frame {
+            std::uint32_t item;
+            std::uint32_t next;  // next child position
+        };
+        std::vector<Frame> stack;
+        std::vector<ItemIndex> ends;
+        for (std::uint32_t root : roots) {
+            stack.push_back({root, childStart[root]});
+            newIndex[root] = static_cast<ItemIndex>(order.size());
+            order.push_back(root);
+            while (!stack.empty()) {
+                Frame& top = stack.back();
+                if (top.next < childStart[top.item + 1]) {
+                    const std::uint32_t child = children[top.next++];
+                    newIndex[child] = static_cast<ItemIndex>(order.size());
+                    order.push_back(child);
+                    stack.push_back({child, childStart[child]});
+                } else {
+                    if (subtreeEnd.size() < order.size()) {
+                        subtreeEnd.resize(order.size(), 0);
+                    }
+                    subtreeEnd[newIndex[top.item]] = static_cast<ItemIndex>(order.size());
+                    stack.pop_back();
+                }
+            }
+        }
+        subtreeEnd.resize(order.size(), 0);
+    }
+
+    auto catalogue = std::shared_ptr<Catalogue>(new Catalogue);
+    catalogue->m_generation = generation;
+    catalogue->m_owned = std::make_unique<Data>();
+    Data& d = *catalogue->m_owned;
+    const std::size_t count = order.size();
+    d.core.resize(count);
+    d.extra.resize(count);
+    std::unordered_map<std::string, std::uint16_t> typeIndex;
+
+    for (ItemIndex k = 0; k < count; ++k) {
+        CatalogueItem& item = items[order[k]];
+        CoreRecord& core = d.core[k];
+        const bool isRoot = item.parent == 0;
+        core.parent = isRoot ? kNoItem : newIndex[parentOf[order[k]]];
+        core.subtreeEnd = subtreeEnd[k];
+        core.name = static_cast<std::uint32_t>(d.names.size());
+        d.names += item.info.name;
+        d.names += '\0';
+        core.folded = static_cast<std::uint32_t>(d.folded.size());
+        d.folded += fold(isRoot ? lastComponent(item.info.name) : std::string_view(item.info.name));
+        d.folded += '\0';
+        const bool folder = item.info.kind == FileKind::Directory;
+        core.size = folder ? static_cast<std::int64_t>(item.nodeCount) : item.info.size;
+        core.modified = item.info.modified;
+        core.created = item.info.born ? *item.info.born : item.info.changed;
+        auto type = typeIndex.find(item.mimeType);
+        if (type == typeIndex.end()) {
+            type = typeIndex.emplace(item.mimeType, static_cast<std::uint16_t>(catalogue->m_types.size())).first;
+            catalogue->m_types.push_back(types(item.mimeType));
+        }
+        core.type = type->second;
+        std::uint16_t flags = 0;
+        if (folder) {
+            flags |= item_flags::kFolder;
+        } else if (item.info.kind == FileKind::Symlink) {
+            flags |= item_flags::kSymlink;
+        } else if (item.info.kind == FileKind::Other) {
+            flags |= item_flags::kOther;
+        }
+        if (item.info.invisible) {
+            flags |= item_flags::kInvisible;
+        }
+        if (isRoot) {
+            flags |= item_flags::kRoot;
+        }
+        if (item.attributes.label && *item.attributes.label >= 0 && *item.attributes.label <= 7) {
+            flags |= item_flags::kHasLabel;
+            flags |= static_cast<std::uint16_t>(*item.attributes.label << item_flags::kLabelShift);
+        }
+        core.flags = flags;
+        core.attributes = kNoItem;
+        auto addAttribute = [&](AttributeKey key, const std::string& value) {
+            if (core.attributes == kNoItem) {
+                core.attributes = static_cast<std::uint32_t>(d.attributeEntries.size());
+            }
+            d.attributeEntries.push_back({k, key, 0, static_cast<std::uint32_t>(d.attributeValues.size()),
+                                          static_cast<std::uint32_t>(value.size())});
+            d.attributeValues += value;
+        };
+        if (item.attributes.comment) {
+            addAttribute(AttributeKey::Comment, *item.attributes.comment);
+        }
+        if (!item.attributes.tags.empty()) {
+            addAttribute(AttributeKey::Tags, joinList(item.attributes.tags));
+        }
+        if (!item.attributes.whereFroms.empty()) {
+            addAttribute(AttributeKey::WhereFroms, joinList(item.attributes.whereFroms));
+        }
+        ExtraRecord& extra = d.extra[k];
+        extra.lastUsed = item.lastUsed;
+        extra.changed = item.info.changed;
+        extra.uid = item.info.uid;
+        extra.gid = item.info.gid;
+        extra.mode = item.info.mode;
+        extra.reserved = 0;
+        item = CatalogueItem();  // release what is copied
+    }
+
+    // Trigram postings. Items come in ascending order, so each list is
+    // sorted as it is gathered.
+    {
+        auto forEachTrigram = [&](const auto& visit) {
+            for (ItemIndex k = 0; k < count; ++k) {
+                const char* name = d.folded.data() + d.core[k].folded;
+                const std::size_t length = std::strlen(name);
+                for (std::size_t j = 0; j + 3 <= length; ++j) {
+                    visit(trigramKey(name + j), k);
+                }
+            }
+        };
+        auto emit = [&](std::uint32_t key, const ItemIndex* begin, const ItemIndex* end) {
+            Trigram trigram{key, static_cast<std::uint32_t>(d.postings.size()), 0};
+            ItemIndex previous = 0;
+            for (const ItemIndex* p = begin; p != end; ++p) {
+                if (trigram.count && *p == previous) {
+                    continue;  // the same trigram twice in one name
+                }
+                appendVarint(d.postings, *p - previous);
+                previous = *p;
+                ++trigram.count;
+            }
+            d.trigrams.push_back(trigram);
+        };
+        constexpr std::size_t kKeys = 1u << 24;
+        if (count < 200000) {
+            // Few items: sort (key, item) pairs.
+            std::vector<std::uint64_t> pairs;
+            forEachTrigram([&](std::uint32_t key, ItemIndex k) {
+                pairs.push_back((static_cast<std::uint64_t>(key) << 32) | k);
+            });
+            std::sort(pairs.begin(), pairs.end());
+            std::vector<ItemIndex> list;
+            for (std::size_t p = 0; p < pairs.size();) {
+                const auto key = static_cast<std::uint32_t>(pairs[p] >> 32);
+                list.clear();
+                for (; p < pairs.size() && static_cast<std::uint32_t>(pairs[p] >> 32) == key; ++p) {
+                    list.push_back(static_cast<ItemIndex>(pairs[p]));
+                }
+                emit(key, list.data(), list.data() + list.size());
+            }
+        } else {
+            // Many items: count per key, then place (linear time).
+            std::vector<std::uint32_t> offsets(kKeys + 1, 0);
+            forEachTrigram([&](std::uint32_t key, ItemIndex) { ++offsets[key + 1]; });
+            for (std::size_t key = 0; key < kKeys; ++key) {
+                offsets[key + 1] += offsets[key];
+            }
+            std::vector<ItemIndex> postings(offsets[kKeys]);
+            std::vector<std::uint32_t> cursor(offsets.begin(), offsets.end() - 1);
+            forEachTrigram([&](std::uint32_t key, ItemIndex k) { postings[cursor[key]++] = k; });
+            for (std::uint32_t key = 0; key < kKeys; ++key) {
+                if (offsets[key + 1] > offsets[key]) {
+                    emit(key, postings.data() + offsets[key], postings.data() + offsets[key + 1]);
+                }
+            }
+        }
+    }
+
+    catalogue->m_core = d.core;
+    catalogue->m_extra = d.extra;
+    catalogue->m_namesPool = d.names;
+    catalogue->m_foldedPool = d.folded;
+    catalogue->m_attributeEntries = d.attributeEntries;
+    catalogue->m_attributeValues = d.attributeValues;
+    catalogue->m_trigrams = d.trigrams;
+    catalogue->m_postings = d.postings;
+    return catalogue;
+}
+
+Expected<std::shared_ptr<const Catalogue>> Catalogue::build(
+    Store& store, const NameFolder& fold, const TypeResolver& types,
+    const std::function<Nanoseconds(const std::string&, const FileInfo&)>& lastUsed)
+{
+    Expected<std::int64_t> generation = store.generation();
+    if (!generation) {
+        return generation.error();
+    }
+    Expected<std::vector<std::string>> mimeTypes = store.mimeTypes();
+    if (!mimeTypes) {
+        return mimeTypes.error();
+    }
+    std::vector<CatalogueItem> items;
+    std::unordered_map<std::int64_t, std::size_t> position;  // for paths, when last-use dates are wanted
+    Expected<void> read = store.forEachItem([&](StoredItem&& stored) {
+        CatalogueItem item;
+        item.id = stored.id;
+        item.parent = stored.parent;
+        item.info = std::move(stored.info);
+        if (stored.type >= 0 && static_cast<std::size_t>(stored.type) < mimeTypes->size()) {
+            item.mimeType = (*mimeTypes)[static_cast<std::size_t>(stored.type)];
+        }
+        item.nodeCount = stored.nodeCount;
+        item.attributes = std::move(stored.attributes);
+        items.push_back(std::move(item));
+        return true;
+    });
+    if (!read) {
+        return read.error();
+    }
+    if (lastUsed) {
+        // Paths, built parent before child.
+        std::unordered_map<std::int64_t, std::string> paths;
+        paths.reserve(items.size());
+        for (CatalogueItem& item : items) {
+            std::string path;
+            if (item.parent == 0) {
+                path = item.info.name;
+            } else {
+                auto parent = paths.find(item.parent);
+                if (parent == paths.end()) {
+                    continue;
+                }
+                path = parent->second == "/" ? "/" + item.info.name : parent->second + "/" + item.info.name;
+            }
+            item.lastUsed = lastUsed(path, item.info);
+            if (item.info.kind == FileKind::Directory) {
+                paths.emplace(item.id, std::move(path));
+            }
+        }
+    }
+    return build(std::move(items), *generation, fold, types);
+}
+
+Expected<void> Catalogue::save(const std::string& path) const
+{
+    struct Part {
+        SectionId id;
+        const void* data;
+        std::size_t size;
+    };
+    std::string typeText = serializeTypes(m_types);
+    const Part parts[] = {
+        {kCore, m_core.data(), m_core.size_bytes()},
+        {kExtra, m_extra.data(), m_extra.size_bytes()},
+        {kNames, m_namesPool.data(), m_namesPool.size()},
+        {kFolded, m_foldedPool.data(), m_foldedPool.size()},
+        {kAttributeEntries, m_attributeEntries.data(), m_attributeEntries.size_bytes()},
+        {kAttributeValues, m_attributeValues.data(), m_attributeValues.size()},
+        {kTypes, typeText.data(), typeText.size()},
+        {kTrigrams, m_trigrams.data(), m_trigrams.size_bytes()},
+        {kPostings, m_postings.data(), m_postings.size()},
+    };
+    constexpr std::size_t kParts = std::size(parts);
+    std::vector<Section> sections(kParts);
+    std::uint64_t offset = sizeof(Header) + kParts * sizeof(Section);
+    for (std::size_t i = 0; i < kParts; ++i) {
+        offset = (offset + 7) & ~std::uint64_t{7};
+        sections[i] = {parts[i].id, 0, offset, parts[i].size};
+        offset += parts[i].size;
+    }
+    Header header{};
+    std::memcpy(header.magic, kMagic, sizeof kMagic);
+    header.version = kSnapshotVersion;
+    header.headerSize = sizeof(Header);
+    header.generation = m_generation;
+    header.itemCount = size();
+    header.sectionCount = kParts;
+    header.sectionTableChecksum = fnv1a(sections.data(), sections.size() * sizeof(Section));
+    header.fileSize = offset;
+
+    const std::string temporary = path + ".writing-" + std::to_string(::getpid());
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return Failure{Failure::Kind::Io, "cannot write the catalogue " + temporary + ": " + std::strerror(errno)};
+    }
+    auto writeAll = [fd](const void* data, std::size_t size) {
+        const char* p = static_cast<const char*>(data);
+        while (size > 0) {
+            const ssize_t written = ::write(fd, p, size);
+            if (written < 0) {
+                if (errno == EINTR) {
+                    continue;
+                }
+                return false;
+            }
+            p += written;
+            size -= static_cast<std::size_t>(written);
+        }
+        return true;
+    };
+    bool ok = writeAll(&header, sizeof header) && writeAll(sections.data(), sections.size() * sizeof(Section));
+    std::uint64_t position = sizeof(Header) + kParts * sizeof(Section);
+    static const char zeros[8] = {};
+    for (std::size_t i = 0; ok && i < kParts; ++i) {
+        ok = writeAll(zeros, sections[i].offset - position) && writeAll(parts[i].data, parts[i].size);
+        position = sections[i].offset + parts[i].size;
+    }
+    ok = ok && ::fsync(fd) == 0;
+    const int savedErrno = errno;
+    ::close(fd);
+    if (!ok || ::rename(temporary.c_str(), path.c_str()) != 0) {
+        const int err = ok ? errno : savedErrno;
+        ::unlink(temporary.c_str());
+        return Failure{Failure::Kind::Io, "cannot write the catalogue " + path + ": " + std::strerror(err)};
+    }
+    return {};
+}
+
+Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& path)
+{
+    auto damaged = [&](const std::string& why) {
+        return Failure{Failure::Kind::Corrupt, "catalogue " + path + " is damaged: " + why};
+    };
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return Failure{Failure::Kind::Io, "cannot open the catalogue " + path + ": " + std::strerror(errno)};
+    }
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || st.st_size < static_cast<off_t>(sizeof(Header))) {
+        ::close(fd);
+        return damaged("too short");
+    }
+    const auto fileSize = static_cast<std::size_t>(st.st_size);
+    void* mapping = ::mmap(nullptr, fileSize, PROT_READ, MAP_SHARED, fd, 0);
+    ::close(fd);
+    if (mapping == MAP_FAILED) {
+        return Failure{Failure::Kind::Io, "cannot map the catalogue " + path + ": " + std::strerror(errno)};
+    }
+    auto catalogue = std::shared_ptr<Catalogue>(new Catalogue);
+    catalogue->m_mapping = mapping;
+    catalogue->m_mappingSize = fileSize;
+    const char* base = static_cast<const char*>(mapping);
+
+    Header header{};
+    std::memcpy(&header, base, sizeof header);
+    if (std::memcmp(header.magic, kMagic, sizeof kMagic) != 0) {
+        return damaged("not a Trovara catalogue");
+    }
+    if (header.version != kSnapshotVersion) {
+        return Failure{Failure::Kind::Version, "catalogue " + path + " has format version "
+                                                   + std::to_string(header.version)};
+    }
+    if (header.headerSize != sizeof(Header) || header.fileSize != fileSize || header.sectionCount > 64
+        || sizeof(Header) + header.sectionCount * sizeof(Section) > fileSize) {
+        return damaged("bad header");
+    }
+    const auto* sections = reinterpret_cast<const Section*>(base + sizeof(Header));
+    if (fnv1a(sections, header.sectionCount * sizeof(Section)) != header.sectionTableChecksum) {
+        return damaged("bad section table");
+    }
+    auto section = [&](SectionId id, std::size_t elementSize) -> std::optional<std::string_view> {
+        for (std::uint32_t i = 0; i < header.sectionCount; ++i) {
+            const Section& s = sections[i];
+            if (s.id != id) {
+                continue;
+            }
+            if (s.offset > fileSize || s.size > fileSize - s.offset || s.offset % 8 != 0 || s.size % elementSize) {
+                return std::nullopt;
+            }
+            return std::string_view(base + s.offset, s.size);
+        }
+        return std::nullopt;
+    };
+    const auto core = section(kCore, sizeof(CoreRecord));
+    const auto extra = section(kExtra, sizeof(ExtraRecord));
+    const auto names = section(kNames, 1);
+    const auto folded = section(kFolded, 1);
+    const auto entries = section(kAttributeEntries, sizeof(AttributeEntry));
+    const auto values = section(kAttributeValues, 1);
+    const auto types = section(kTypes, 1);
+    const auto trigrams = section(kTrigrams, sizeof(Trigram));
+    const auto postings = section(kPostings, 1);
+    if (!core || !extra || !names || !folded || !entries || !values || !types || !trigrams || !postings) {
+        return damaged("missing or misplaced section");
+    }
+    const std::size_t count = core->size() / sizeof(CoreRecord);
+    if (count != header.itemCount || extra->size() / sizeof(ExtraRecord) != count
+        || (count && (names->empty() || names->back() != '\0' || folded->empty() || folded->back() != '\0'))) {
+        return damaged("inconsistent sizes");
+    }
+    std::optional<std::vector<TypeInfo>> typeList = parseTypes(*types);
+    if (!typeList) {
+        return damaged("bad type table");
+    }
+    catalogue->m_types = std::move(*typeList);
+    catalogue->m_generation = header.generation;
+    catalogue->m_core = {reinterpret_cast<const CoreRecord*>(core->data()), count};
+    catalogue->m_extra = {reinterpret_cast<const ExtraRecord*>(extra->data()), count};
+    catalogue->m_namesPool = *names;
+    catalogue->m_foldedPool = *folded;
+    catalogue->m_attributeEntries = {reinterpret_cast<const AttributeEntry*>(entries->data()),
+                                     entries->size() / sizeof(AttributeEntry)};
+    catalogue->m_attributeValues = *values;
+    catalogue->m_trigrams = {reinterpret_cast<const Trigram*>(trigrams->data()), trigrams->size() / sizeof(Trigram)};
+    catalogue->m_postings = *postings;
+
+    // Every reference must stay inside the file, so that a damaged snapshot
+    // can give wrong answers at worst, never a crash.
+    const auto typeCount = catalogue->m_types.size();
+    for (ItemIndex i = 0; i < count; ++i) {
+        const CoreRecord& r = catalogue->m_core[i];
+        const bool parentOk = r.parent == kNoItem ? (r.flags & item_flags::kRoot) : r.parent < i;
+        if (!parentOk || r.subtreeEnd <= i || r.subtreeEnd > count || r.name >= names->size()
+            || r.folded >= folded->size() || r.type >= typeCount
+            || (r.attributes != kNoItem && r.attributes >= catalogue->m_attributeEntries.size())) {
+            return damaged("bad item record " + std::to_string(i));
+        }
+    }
+    for (const AttributeEntry& entry : catalogue->m_attributeEntries) {
+        if (entry.item >= count || entry.value > values->size() || entry.length > values->size() - entry.value) {
+            return damaged("bad attribute entry");
+        }
+    }
+    for (const Trigram& trigram : catalogue->m_trigrams) {
+        if (trigram.offset > postings->size()) {
+            return damaged("bad trigram entry");
+        }
+    }
+    return std::shared_ptr<const Catalogue>(std::move(catalogue));
+}
+
+std::string_view Catalogue::name(ItemIndex i) const
+{
+    const std::string_view stored(m_namesPool.data() + m_core[i].name);
+    return (m_core[i].flags & item_flags::kRoot) ? lastComponent(stored) : stored;
+}
+
+std::string_view Catalogue::foldedName(ItemIndex i) const
+{
+    return std::string_view(m_foldedPool.data() + m_core[i].folded);
+}
+
+std::string Catalogue::path(ItemIndex i) const
+{
+    std::vector<ItemIndex> chain;
+    for (ItemIndex at = i; at != kNoItem; at = m_core[at].parent) {
+        chain.push_back(at);
+        if (m_core[at].flags & item_flags::kRoot) {
+            break;
+        }
+    }
+    std::string result;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        const std::string_view stored(m_namesPool.data() + m_core[*it].name);
+        if (it == chain.rbegin()) {
+            result = stored;
+        } else {
+            if (result.empty() || result.back() != '/') {
+                result += '/';
+            }
+            result += stored;
+        }
+    }
+    return result;
+}
+
+std::optional<int> Catalogue::label(ItemIndex i) const
+{
+    const std::uint16_t flags = m_core[i].flags;
+    if (!(flags & item_flags::kHasLabel)) {
+        return std::nullopt;
+    }
+    return (flags & item_flags::kLabelMask) >> item_flags::kLabelShift;
+}
+
+std::optional<std::string_view> Catalogue::attribute(ItemIndex i, AttributeKey key) const
+{
+    for (std::uint32_t e = m_core[i].attributes; e != kNoItem && e < m_attributeEntries.size()
+                                                 && m_attributeEntries[e].item == i;
+         ++e) {
+        const AttributeEntry& entry = m_attributeEntries[e];
+        if (entry.key == key) {
+            return m_attributeValues.substr(entry.value, entry.length);
+        }
+    }
+    return std::nullopt;
+}
+
+std::vector<ItemIndex> Catalogue::roots() const
+{
+    std::vector<ItemIndex> list;
+    for (ItemIndex i = 0; i < size(); i = m_core[i].subtreeEnd) {
+        list.push_back(i);
+    }
+    return list;
+}
+
+std::optional<ItemIndex> Catalogue::find(std::string_view path) const
+{
+    while (path.size() > 1 && path.back() == '/') {
+        path.remove_suffix(1);
+    }
+    for (ItemIndex root : roots()) {
+        std::string_view rootPath(m_namesPool.data() + m_core[root].name);
+        std::string_view rest;
+        if (path == rootPath) {
+            return root;
+        }
+        if (rootPath == "/") {
+            rest = path.substr(1);
+        } else if (path.size() > rootPath.size() && path.substr(0, rootPath.size()) == rootPath
+                   && path[rootPath.size()] == '/') {
+            rest = path.substr(rootPath.size() + 1);
+        } else {
+            continue;
+        }
+        ItemIndex at = root;
+        while (!rest.empty()) {
+            const std::size_t slash = rest.find('/');
+            const std::string_view component = rest.substr(0, slash);
+            ItemIndex found = kNoItem;
+            for (ItemIndex child = at + 1; child < m_core[at].subtreeEnd; child = m_core[child].subtreeEnd) {
+                if (std::string_view(m_namesPool.data() + m_core[child].name) == component) {
+                    found = child;
+                    break;
+                }
+            }
+            if (found == kNoItem) {
+                return std::nullopt;
+            }
+            at = found;
+            rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+            while (!rest.empty() && rest.front() == '/') {
+                rest.remove_prefix(1);
+            }
+        }
+        return at;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::vector<ItemIndex>> Catalogue::itemsWhoseFoldedNameContains(std::string_view text) const
+{
+    if (text.size() < 3) {
+        return std::nullopt;
+    }
+    // Gather the distinct trigrams with their posting counts; intersect
+    // starting from the rarest.
+    std::vector<const Trigram*> uses;
+    for (std::size_t j = 0; j + 3 <= text.size(); ++j) {
+        const std::uint32_t key = trigramKey(text.data() + j);
+        auto it = std::lower_bound(m_trigrams.begin(), m_trigrams.end(), key,
+                                   [](const Trigram& t, std::uint32_t k) { return t.key < k; });
+        if (it == m_trigrams.end() || it->key != key) {
+            return std::vector<ItemIndex>{};
+        }
+        if (std::find(uses.begin(), uses.end(), &*it) == uses.end()) {
+            uses.push_back(&*it);
+        }
+    }
+    std::sort(uses.begin(), uses.end(), [](const Trigram* a, const Trigram* b) { return a->count < b->count; });
+    std::vector<ItemIndex> result;
+    std::vector<ItemIndex> next;
+    std::vector<ItemIndex> decoded;
+    for (std::size_t u = 0; u < uses.size(); ++u) {
+        const Trigram& trigram = *uses[u];
+        if (!decodePostings(m_postings.substr(trigram.offset), trigram.count, size(), decoded)) {
+            return std::vector<ItemIndex>{};
+        }
+        if (u == 0) {
+            result.swap(decoded);
+        } else {
+            next.clear();
+            std::set_intersection(result.begin(), result.end(), decoded.begin(), decoded.end(),
+                                  std::back_inserter(next));
+            result.swap(next);
+        }
+        if (result.empty()) {
+            break;
+        }
+    }
+    // Trigrams are necessary, not sufficient: keep only real containment.
+    std::erase_if(result, [&](ItemIndex i) { return foldedName(i).find(text) == std::string_view::npos; });
+    return result;
+}
+
+Catalogue::Footprint Catalogue::footprint() const
+{
+    Footprint f;
+    f.core = m_core.size_bytes();
+    f.extra = m_extra.size_bytes();
+    f.names = m_namesPool.size();
+    f.folded = m_foldedPool.size();
+    f.trigrams = m_trigrams.size_bytes() + m_postings.size();
+    f.other = m_attributeEntries.size_bytes() + m_attributeValues.size();
+    return f;
+}
+
+}  // namespace trovara::index

@@ -1,0 +1,41 @@
+// Searching a folder the index does not cover: it is crawled on the spot and
+// every item is decided by the query evaluator, with the same attributes an
+// indexed item would have. Results arrive while the crawl goes on.
+//
+// A folder is decided when it is read (its entry count is known then); other
+// items when their folder lists them. Type and extended attributes are read
+// only when the query looks at them.
+//
+// Thread safety: the callbacks are called one at a time, from the crawler's
+// threads.
+#pragma once
+
+#include "index/expected.h"
+#include "index/fs/crawler.h"
+#include "index/index.h"
+#include "index/query/ast.h"
+#include "index/query/calendar.h"
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace trovara::index {
+
+struct CrawlSearchOptions {
+    std::vector<std::string> excludedFolders;  // e.g. indexed roots inside the folder
+    const std::atomic<bool>* cancel = nullptr;
+    std::function<void(std::string_view path, int error)> unreadable;
+};
+
+// Whether evaluating the query needs an item's type or extended attributes.
+bool queryNeedsDetails(const query::Query& query);
+
+Expected<CrawlStatistics> searchByCrawling(const std::string& folder, const query::Query& query,
+                                           const query::QueryStart& start, const IndexServices& services,
+                                           const std::function<void(const std::string& path)>& found,
+                                           const CrawlSearchOptions& options = {});
+
+}  // namespace trovara::index

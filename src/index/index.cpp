@@ -1,0 +1,442 @@
+#include "index/index.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace trovara::index {
+
+namespace {
+
+constexpr const char* kDatabase = "/index.db";
+constexpr const char* kCatalogue = "/catalogue.bin";
+constexpr const char* kRootsFile = "/roots";
+constexpr const char* kLockFile = "/lock";
+
+Failure ioFailure(const std::string& what, int err)
+{
+    return Failure{Failure::Kind::Io, what + ": " + std::strerror(err)};
+}
+
+Expected<void> makeFolders(const std::string& path)
+{
+    std::string partial;
+    for (std::size_t i = 0; i <= path.size(); ++i) {
+        if (i == path.size() || (path[i] == '/' && i > 0)) {
+            partial = path.substr(0, i);
+            if (::mkdir(partial.c_str(), 0700) != 0 && errno != EEXIST) {
+                return ioFailure("cannot create the index folder " + partial, errno);
+            }
+        }
+    }
+    return {};
+}
+
+// `inner` lies inside `outer` (or is it).
+bool isInside(const std::string& inner, const std::string& outer)
+{
+    if (inner == outer || outer == "/") {
+        return true;
+    }
+    return inner.size() > outer.size() && inner.compare(0, outer.size(), outer) == 0 && inner[outer.size()] == '/';
+}
+
+std::vector<std::string> readRootsFile(const std::string& path)
+{
+    std::vector<std::string> roots;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (!line.empty() && line.front() == '/') {
+            roots.push_back(line);
+        }
+    }
+    return roots;
+}
+
+}  // namespace
+
+std::string Index::defaultDirectory()
+{
+    if (const char* explicitFolder = std::getenv("TROVARA_INDEX"); explicitFolder && *explicitFolder) {
+        return explicitFolder;
+    }
+    std::string data;
+    if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && *xdg == '/') {
+        data = xdg;
+    } else if (const char* home = std::getenv("HOME"); home && *home) {
+        data = std::string(home) + "/.local/share";
+    } else {
+        data = "/tmp";
+    }
+    return data + "/trovara/index";
+}
+
+Expected<std::string> Index::canonicalFolder(const std::string& folder)
+{
+    char resolved[PATH_MAX];
+    if (!::realpath(folder.c_str(), resolved)) {
+        return Failure{Failure::Kind::InvalidArgument, folder + ": " + std::strerror(errno)};
+    }
+    struct stat st {};
+    if (::stat(resolved, &st) != 0) {
+        return Failure{Failure::Kind::InvalidArgument, folder + ": " + std::strerror(errno)};
+    }
+    if (!S_ISDIR(st.st_mode)) {
+        return Failure{Failure::Kind::InvalidArgument, folder + ": not a folder"};
+    }
+    return std::string(resolved);
+}
+
+Index::~Index()
+{
+    m_store.reset();
+    if (m_lockFd >= 0) {
+        ::close(m_lockFd);  // releases the lock
+    }
+}
+
+Expected<std::unique_ptr<Index>> Index::openForWriting(const std::string& directory, IndexServices services,
+                                                       bool wait, std::vector<std::string>* notices)
+{
+    if (auto made = makeFolders(directory); !made) {
+        return made.error();
+    }
+    std::unique_ptr<Index> index(new Index);
+    index->m_directory = directory;
+    index->m_services = std::move(services);
+    const std::string lockPath = directory + kLockFile;
+    index->m_lockFd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (index->m_lockFd < 0) {
+        return ioFailure("cannot open the index lock " + lockPath, errno);
+    }
+    while (::flock(index->m_lockFd, LOCK_EX | (wait ? 0 : LOCK_NB)) != 0) {
+        if (errno == EINTR) {
+            continue;
+        }
+        if (errno == EWOULDBLOCK) {
+            return Failure{Failure::Kind::Io, "another Trovara process is updating the index in " + directory};
+        }
+        return ioFailure("cannot lock the index " + lockPath, errno);
+    }
+
+    const std::string database = directory + kDatabase;
+    Expected<std::unique_ptr<Store>> store = Store::open(database, Store::Mode::ReadWrite);
+    if (!store && (store.error().kind == Failure::Kind::Corrupt || store.error().kind == Failure::Kind::Version)) {
+        if (notices) {
+            notices->push_back(store.error().message + "; the index is rebuilt from its roots");
+        }
+        store = Store::recreate(database);
+        if (store) {
+            const std::vector<std::string> roots = readRootsFile(directory + kRootsFile);
+            Store& s = *store.value();
+            if (auto begun = s.begin(); !begun) {
+                return begun.error();
+            }
+            for (const std::string& root : roots) {
+                if (auto added = s.addRoot(root, nowNanoseconds()); !added) {
+                    s.rollback();
+                    return added.error();
+                }
+            }
+            if (auto committed = s.commit(); !committed) {
+                return committed.error();
+            }
+        }
+    }
+    if (!store) {
+        return store.error();
+    }
+    index->m_store = std::move(store.value());
+    return index;
+}
+
+Expected<std::shared_ptr<const Catalogue>> Index::catalogue(const std::string& directory,
+                                                            const IndexServices& services)
+{
+    Expected<std::unique_ptr<Store>> store = Store::open(directory + kDatabase, Store::Mode::ReadOnly);
+    if (!store) {
+        Failure failure = store.error();
+        if (failure.kind == Failure::Kind::Corrupt || failure.kind == Failure::Kind::Version) {
+            failure.message += " (run: trova index rebuild)";
+        }
+        return failure;
+    }
+    Expected<std::int64_t> generation = store.value()->generation();
+    if (!generation) {
+        return generation.error();
+    }
+    const std::string snapshot = directory + kCatalogue;
+    Expected<std::shared_ptr<const Catalogue>> mapped = Catalogue::open(snapshot);
+    if (mapped && mapped.value()->generation() == *generation) {
+        return mapped;
+    }
+    // Missing, damaged or stale: build it afresh, and keep it when no writer
+    // is at work (a writer writes its own when it is done).
+    Expected<std::shared_ptr<const Catalogue>> built =
+        Catalogue::build(*store.value(), services.fold, services.types, services.lastUsed);
+    if (!built) {
+        return built.error();
+    }
+    const int lock = ::open((directory + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (lock >= 0) {
+        if (::flock(lock, LOCK_EX | LOCK_NB) == 0) {
+            (void)built.value()->save(snapshot);
+        }
+        ::close(lock);
+    }
+    return built;
+}
+
+Expected<void> Index::writeRootsFile()
+{
+    Expected<std::vector<RootRecord>> roots = m_store->roots();
+    if (!roots) {
+        return roots.error();
+    }
+    const std::string path = m_directory + kRootsFile;
+    const std::string temporary = path + ".writing";
+    {
+        std::ofstream out(temporary, std::ios::trunc);
+        out << "# Folders Trovara indexes, one per line (rebuilds crawl these again).\n";
+        for (const RootRecord& root : *roots) {
+            out << root.path << '\n';
+        }
+        out.flush();
+        if (!out) {
+            return ioFailure("cannot write " + temporary, errno);
+        }
+    }
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        return ioFailure("cannot write " + path, errno);
+    }
+    return {};
+}
+
+Expected<UpdateReport> Index::crawlRoots(std::vector<RootRecord>& roots, const Options& options)
+{
+    UpdateReport total;
+    Updater updater(*m_store, {m_directory}, options.cancel, options.progress);
+    for (RootRecord& root : roots) {
+        if (options.cancel && options.cancel->load()) {
+            total.crawl.cancelled = true;
+            break;
+        }
+        Expected<UpdateReport> report = updater.updateRoot(root, options.threads);
+        if (!report) {
+            return report.error();
+        }
+        total.added += report->added;
+        total.changed += report->changed;
+        total.removed += report->removed;
+        total.crawl.folders += report->crawl.folders;
+        total.crawl.files += report->crawl.files;
+        total.crawl.unreadable += report->crawl.unreadable;
+        total.crawl.detailed += report->crawl.detailed;
+        total.crawl.cancelled = total.crawl.cancelled || report->crawl.cancelled;
+    }
+    if (auto refreshed = refreshCatalogue(); !refreshed) {
+        return refreshed.error();
+    }
+    return total;
+}
+
+Expected<UpdateReport> Index::addRoots(const std::vector<std::string>& folders, const Options& options)
+{
+    std::vector<std::string> wanted;
+    for (const std::string& folder : folders) {
+        Expected<std::string> canonical = canonicalFolder(folder);
+        if (!canonical) {
+            return canonical.error();
+        }
+        wanted.push_back(*canonical);
+    }
+    Expected<std::vector<RootRecord>> existing = m_store->roots();
+    if (!existing) {
+        return existing.error();
+    }
+    if (auto begun = m_store->begin(); !begun) {
+        return begun.error();
+    }
+    std::vector<std::string> added;
+    for (const std::string& folder : wanted) {
+        const bool covered = std::any_of(existing->begin(), existing->end(),
+                                         [&](const RootRecord& r) { return isInside(folder, r.path); })
+                             || std::any_of(added.begin(), added.end(),
+                                            [&](const std::string& a) { return isInside(folder, a); });
+        if (covered) {
+            continue;
+        }
+        // A folder that holds existing roots takes their place.
+        for (const RootRecord& root : *existing) {
+            if (isInside(root.path, folder)) {
+                if (auto removed = m_store->removeRoot(root.id); !removed) {
+                    m_store->rollback();
+                    return removed.error();
+                }
+            }
+        }
+        std::erase_if(added, [&](const std::string& a) { return isInside(a, folder); });
+        if (auto id = m_store->addRoot(folder, nowNanoseconds()); !id) {
+            m_store->rollback();
+            return id.error();
+        }
+        added.push_back(folder);
+    }
+    if (auto bumped = m_store->bumpGeneration(); !bumped) {
+        m_store->rollback();
+        return bumped.error();
+    }
+    if (auto committed = m_store->commit(); !committed) {
+        return committed.error();
+    }
+    if (auto written = writeRootsFile(); !written) {
+        return written.error();
+    }
+    Expected<std::vector<RootRecord>> all = m_store->roots();
+    if (!all) {
+        return all.error();
+    }
+    std::vector<RootRecord> toCrawl;
+    for (RootRecord& root : *all) {
+        if (std::find(added.begin(), added.end(), root.path) != added.end() || !root.item) {
+            toCrawl.push_back(root);
+        }
+    }
+    return crawlRoots(toCrawl, options);
+}
+
+Expected<void> Index::removeRoots(const std::vector<std::string>& folders)
+{
+    Expected<std::vector<RootRecord>> existing = m_store->roots();
+    if (!existing) {
+        return existing.error();
+    }
+    if (auto begun = m_store->begin(); !begun) {
+        return begun.error();
+    }
+    for (const std::string& folder : folders) {
+        Expected<std::string> canonical = canonicalFolder(folder);
+        const std::string path = canonical ? *canonical : folder;
+        auto root = std::find_if(existing->begin(), existing->end(), [&](const RootRecord& r) { return r.path == path; });
+        if (root == existing->end()) {
+            m_store->rollback();
+            return Failure{Failure::Kind::InvalidArgument, folder + ": not an indexed folder"};
+        }
+        if (auto removed = m_store->removeRoot(root->id); !removed) {
+            m_store->rollback();
+            return removed.error();
+        }
+    }
+    if (auto bumped = m_store->bumpGeneration(); !bumped) {
+        m_store->rollback();
+        return bumped;
+    }
+    if (auto committed = m_store->commit(); !committed) {
+        return committed;
+    }
+    if (auto written = writeRootsFile(); !written) {
+        return written;
+    }
+    Expected<std::shared_ptr<const Catalogue>> refreshed = refreshCatalogue();
+    return refreshed ? Expected<void>() : Expected<void>(refreshed.error());
+}
+
+Expected<UpdateReport> Index::update(const Options& options)
+{
+    Expected<std::vector<RootRecord>> roots = m_store->roots();
+    if (!roots) {
+        return roots.error();
+    }
+    return crawlRoots(*roots, options);
+}
+
+Expected<UpdateReport> Index::rebuild(const Options& options)
+{
+    Expected<std::vector<RootRecord>> roots = m_store->roots();
+    std::vector<std::string> paths;
+    if (roots) {
+        for (const RootRecord& root : *roots) {
+            paths.push_back(root.path);
+        }
+    } else {
+        paths = readRootsFile(m_directory + kRootsFile);
+    }
+    const std::string database = m_directory + kDatabase;
+    m_store.reset();
+    for (const char* suffix : {"", "-wal", "-shm"}) {
+        if (::unlink((database + suffix).c_str()) != 0 && errno != ENOENT) {
+            return ioFailure("cannot remove " + database + suffix, errno);
+        }
+    }
+    ::unlink((m_directory + kCatalogue).c_str());
+    Expected<std::unique_ptr<Store>> store = Store::open(database, Store::Mode::ReadWrite);
+    if (!store) {
+        return store.error();
+    }
+    m_store = std::move(store.value());
+    if (auto begun = m_store->begin(); !begun) {
+        return begun.error();
+    }
+    for (const std::string& path : paths) {
+        if (auto added = m_store->addRoot(path, nowNanoseconds()); !added) {
+            m_store->rollback();
+            return added.error();
+        }
+    }
+    if (auto committed = m_store->commit(); !committed) {
+        return committed.error();
+    }
+    return update(options);
+}
+
+Expected<IndexStatus> Index::status()
+{
+    IndexStatus status;
+    Expected<std::vector<RootRecord>> roots = m_store->roots();
+    if (!roots) {
+        return roots.error();
+    }
+    status.roots = std::move(*roots);
+    for (const RootRecord& root : status.roots) {
+        status.lastUpdate = std::max(status.lastUpdate, root.lastCrawlFinished);
+    }
+    Expected<std::int64_t> items = m_store->itemCount();
+    if (!items) {
+        return items.error();
+    }
+    status.items = *items;
+    status.databaseBytes = m_store->fileSize();
+    struct stat st {};
+    if (::stat((m_directory + kCatalogue).c_str(), &st) == 0) {
+        status.catalogueBytes = st.st_size;
+    }
+    Expected<std::vector<UnreadableFolder>> unreadable = m_store->unreadable();
+    if (!unreadable) {
+        return unreadable.error();
+    }
+    status.unreadable = std::move(*unreadable);
+    return status;
+}
+
+Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
+{
+    Expected<std::shared_ptr<const Catalogue>> built =
+        Catalogue::build(*m_store, m_services.fold, m_services.types, m_services.lastUsed);
+    if (!built) {
+        return built.error();
+    }
+    if (auto saved = built.value()->save(m_directory + kCatalogue); !saved) {
+        return saved.error();
+    }
+    return built;
+}
+
+}  // namespace trovara::index

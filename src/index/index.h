@@ -1,0 +1,100 @@
+// The index as a whole: its folder, the one writer's lock, the roots, and the
+// catalogue that readers query.
+//
+// Writers (trova index …, later the daemon) open it with openForWriting(),
+// which takes the folder's lock so that there is one writer at a time, and
+// repairs a damaged or outdated database by rebuilding it from the roots
+// file. Readers call catalogue(), which maps the snapshot, and rebuilds it
+// from the database when it is missing, damaged or older than the database.
+//
+// Thread safety: an Index is used from one thread; catalogues it hands out
+// may be shared freely.
+#pragma once
+
+#include "index/catalogue.h"
+#include "index/expected.h"
+#include "index/store.h"
+#include "index/updater.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace trovara::index {
+
+// What the index needs from the rest of the engine: name folding, types,
+// last-use dates. Tests may give simpler ones.
+struct IndexServices {
+    NameFolder fold;
+    TypeResolver types;
+    std::function<Nanoseconds(const std::string& path, const FileInfo&)> lastUsed;
+};
+
+struct IndexStatus {
+    std::vector<RootRecord> roots;
+    std::int64_t items = 0;
+    std::int64_t databaseBytes = 0;
+    std::int64_t catalogueBytes = 0;
+    Nanoseconds lastUpdate = 0;
+    std::vector<UnreadableFolder> unreadable;
+};
+
+class Index {
+public:
+    // $TROVARA_INDEX, else $XDG_DATA_HOME/trovara/index (~/.local/share/…).
+    static std::string defaultDirectory();
+
+    // Takes the writer's lock (waiting for another writer when `wait`) and
+    // opens the database, rebuilding a bad one from the roots file; what was
+    // mended is told through `notices`.
+    static Expected<std::unique_ptr<Index>> openForWriting(const std::string& directory, IndexServices services,
+                                                           bool wait, std::vector<std::string>* notices = nullptr);
+
+    // The current catalogue for queries (see above). Fails when there is no
+    // index, or the database is damaged (which `trova index rebuild` mends).
+    static Expected<std::shared_ptr<const Catalogue>> catalogue(const std::string& directory,
+                                                                const IndexServices& services);
+
+    ~Index();
+    Index(const Index&) = delete;
+    Index& operator=(const Index&) = delete;
+
+    struct Options {
+        int threads = 0;
+        const std::atomic<bool>* cancel = nullptr;
+        Updater::ProgressCallback progress;
+    };
+
+    // Adds folders and crawls them. A folder inside an existing root adds
+    // nothing; a folder that holds existing roots takes their place.
+    Expected<UpdateReport> addRoots(const std::vector<std::string>& folders, const Options& options);
+    Expected<void> removeRoots(const std::vector<std::string>& folders);
+    // Crawls every root again (only what changed is written).
+    Expected<UpdateReport> update(const Options& options);
+    // Forgets everything and crawls every root from scratch.
+    Expected<UpdateReport> rebuild(const Options& options);
+    Expected<IndexStatus> status();
+    // Writes the catalogue snapshot from the database.
+    Expected<std::shared_ptr<const Catalogue>> refreshCatalogue();
+
+    const std::string& directory() const { return m_directory; }
+    Store& store() { return *m_store; }
+
+    // Cleans a folder given by the user: absolute, no "." or "..", no
+    // trailing slash, symbolic links resolved. Fails when it is not a folder.
+    static Expected<std::string> canonicalFolder(const std::string& folder);
+
+private:
+    Index() = default;
+    Expected<UpdateReport> crawlRoots(std::vector<RootRecord>& roots, const Options& options);
+    Expected<void> writeRootsFile();
+
+    std::string m_directory;
+    IndexServices m_services;
+    std::unique_ptr<Store> m_store;
+    int m_lockFd = -1;
+};
+
+}  // namespace trovara::index

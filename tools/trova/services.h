@@ -1,0 +1,11 @@
+// The engine pieces the command-line tool hands to the index: name folding,
+// type descriptions and last-use dates, as the whole application uses them.
+#pragma once
+
+#include "index/index.h"
+
+namespace trovara::cli {
+
+index::IndexServices indexServices();
+
+}  // namespace trovara::cli
