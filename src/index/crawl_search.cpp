@@ -52,7 +52,7 @@ std::string defaultMimeType(FileKind kind)
 class SearchSink final : public CrawlSink {
 public:
     SearchSink(const query::Evaluator& evaluator, bool details, const IndexServices& services,
-               const std::function<void(const std::string&)>& found, const CrawlSearchOptions& options)
+               const std::function<void(std::shared_ptr<const FileFacts>)>& found, const CrawlSearchOptions& options)
         : m_evaluator(evaluator)
         , m_details(details)
         , m_services(services)
@@ -101,18 +101,18 @@ private:
         FileDetails known = details ? *details : FileDetails{defaultMimeType(info.kind), {}};
         TypeInfo type = m_services.types(known.mimeType);
         const Nanoseconds lastUsed = m_services.lastUsed ? m_services.lastUsed(path, info) : 0;
-        FileFacts facts(path, info, std::move(known), std::move(type), lastUsed);
-        facts.setNodeCount(nodeCount);
-        FactsItemView view(facts);
+        auto facts = std::make_shared<FileFacts>(path, info, std::move(known), std::move(type), lastUsed);
+        facts->setNodeCount(nodeCount);
+        const FactsItemView view(*facts);
         if (m_evaluator.matches(view)) {
-            m_found(path);
+            m_found(std::move(facts));
         }
     }
 
     const query::Evaluator& m_evaluator;
     const bool m_details;
     const IndexServices& m_services;
-    const std::function<void(const std::string&)>& m_found;
+    const std::function<void(std::shared_ptr<const FileFacts>)>& m_found;
     const CrawlSearchOptions& m_options;
 };
 
@@ -123,10 +123,10 @@ bool queryNeedsDetails(const query::Query& query)
     return needsDetails(query.root);
 }
 
-Expected<CrawlStatistics> searchByCrawling(const std::string& folder, const query::Query& query,
-                                           const query::QueryStart& start, const IndexServices& services,
-                                           const std::function<void(const std::string& path)>& found,
-                                           const CrawlSearchOptions& options)
+Expected<CrawlStatistics> searchByCrawlingWithFacts(
+    const std::string& folder, const query::Query& query, const query::QueryStart& start,
+    const IndexServices& services, const std::function<void(std::shared_ptr<const FileFacts>)>& found,
+    const CrawlSearchOptions& options)
 {
     const query::Evaluator evaluator(query, start);
     SearchSink sink(evaluator, queryNeedsDetails(query), services, found, options);
@@ -134,6 +134,16 @@ Expected<CrawlStatistics> searchByCrawling(const std::string& folder, const quer
     crawlOptions.cancel = options.cancel;
     crawlOptions.excludedFolders = options.excludedFolders;
     return crawl(folder, sink, crawlOptions);
+}
+
+Expected<CrawlStatistics> searchByCrawling(const std::string& folder, const query::Query& query,
+                                           const query::QueryStart& start, const IndexServices& services,
+                                           const std::function<void(const std::string& path)>& found,
+                                           const CrawlSearchOptions& options)
+{
+    return searchByCrawlingWithFacts(
+        folder, query, start, services, [&](std::shared_ptr<const FileFacts> facts) { found(facts->path()); },
+        options);
 }
 
 }  // namespace trovara::index

@@ -13,6 +13,7 @@
 #include "index/expected.h"
 #include "index/fs/crawler.h"
 #include "index/index.h"
+#include "index/item_attributes.h"
 #include "index/query/ast.h"
 #include "index/query/calendar.h"
 
@@ -37,5 +38,12 @@ Expected<CrawlStatistics> searchByCrawling(const std::string& folder, const quer
                                            const query::QueryStart& start, const IndexServices& services,
                                            const std::function<void(const std::string& path)>& found,
                                            const CrawlSearchOptions& options = {});
+
+// The same, handing over each match's facts (for results that outlive the
+// crawl).
+Expected<CrawlStatistics> searchByCrawlingWithFacts(
+    const std::string& folder, const query::Query& query, const query::QueryStart& start,
+    const IndexServices& services, const std::function<void(std::shared_ptr<const FileFacts>)>& found,
+    const CrawlSearchOptions& options = {});
 
 }  // namespace trovara::index

@@ -48,7 +48,7 @@ CREATE TABLE items (
   where_froms TEXT,
   label INTEGER
 );
-CREATE INDEX items_parent ON items(parent);
+CREATE INDEX items_parent_name ON items(parent, name);
 CREATE TABLE unreadable (path TEXT PRIMARY KEY NOT NULL, error INTEGER NOT NULL, seen INTEGER NOT NULL) WITHOUT ROWID;
 )sql";
 
@@ -188,7 +188,7 @@ void bindItem(Statement& s, const StoredItem& item, int first)
 
 struct Store::Statements {
     Statement begin, commit, rollback;
-    Statement insertItem, updateItem, updateNodeCount, selectItem, selectChildren, selectAll, countItems;
+    Statement insertItem, updateItem, updateNodeCount, selectItem, selectChildren, selectChild, selectAll, countItems;
     Statement deleteSubtree;
     Statement getMeta, setMeta;
     Statement selectRoots, insertRoot, updateRoot, deleteRoot;
@@ -293,6 +293,8 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
                                                             "?11, ?12, ?13, ?14, ?15, ?16, ?17, ?18, ?19, ?20)";
     const std::string selectItem = std::string("SELECT ") + kItemColumns + " FROM items WHERE id = ?1";
     const std::string selectChildren = std::string("SELECT ") + kItemColumns + " FROM items WHERE parent = ?1";
+    const std::string selectChild =
+        std::string("SELECT ") + kItemColumns + " FROM items WHERE parent = ?1 AND name = ?2";
     const std::string selectAll = std::string("SELECT ") + kItemColumns + " FROM items ORDER BY id";
     const std::pair<Statement*, const char*> statements[] = {
         {&s.begin, "BEGIN IMMEDIATE"},
@@ -306,6 +308,7 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.updateNodeCount, "UPDATE items SET node_count = ?2 WHERE id = ?1"},
         {&s.selectItem, selectItem.c_str()},
         {&s.selectChildren, selectChildren.c_str()},
+        {&s.selectChild, selectChild.c_str()},
         {&s.selectAll, selectAll.c_str()},
         {&s.countItems, "SELECT count(*) FROM items"},
         {&s.deleteSubtree,
@@ -558,6 +561,22 @@ Expected<std::optional<StoredItem>> Store::item(StoreId id)
         return std::optional<StoredItem>();
     }
     return failure("reading an item");
+}
+
+Expected<std::optional<StoredItem>> Store::child(StoreId parent, const std::string& name)
+{
+    Statement& s = m_statements->selectChild;
+    Reset r{s};
+    s.bind(1, parent);
+    s.bindBlob(2, name);
+    const int rc = s.step();
+    if (rc == SQLITE_ROW) {
+        return std::optional<StoredItem>(readItem(s));
+    }
+    if (rc == SQLITE_DONE) {
+        return std::optional<StoredItem>();
+    }
+    return failure("reading a folder");
 }
 
 Expected<std::vector<StoredItem>> Store::children(StoreId parent)

@@ -106,6 +106,8 @@ public:
     Expected<void> deleteSubtree(StoreId item);
     Expected<std::optional<StoredItem>> item(StoreId id);
     Expected<std::vector<StoredItem>> children(StoreId parent);
+    // The entry of a folder with the name, if there is one.
+    Expected<std::optional<StoredItem>> child(StoreId parent, const std::string& name);
     // Every item, each parent before its children (ordered by id within
     // that), delivered one by one; the callback returns false to stop.
     Expected<void> forEachItem(const std::function<bool(StoredItem&&)>& callback);

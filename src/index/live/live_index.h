@@ -1,0 +1,113 @@
+// The index while it runs: it takes changes of the file system (from the
+// watcher, or after roots are added, removed or crawled again), writes them
+// to the database, shows them in the view searches use, and tells every
+// subscriber (live queries) what changed.
+//
+// One LiveIndex is the index's one writer: it holds the index lock for its
+// whole life. Views it hands out are immutable; a new one replaces the old
+// after every batch of changes. When the items read since the catalogue was
+// built grow many, the catalogue is built again from the database.
+//
+// Thread safety: apply(), reload() and the root operations run on one
+// thread (the index's own); view(), subscribe() and unsubscribe() may be
+// called from any thread. Subscribers are called on the index's thread.
+#pragma once
+
+#include "index/expected.h"
+#include "index/index.h"
+#include "index/live/index_view.h"
+#include "index/live/item_ref.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace trovara::index {
+
+// A change of the file system at a path, as the watcher tells it.
+struct PathChange {
+    enum class Kind : std::uint8_t {
+        Changed,        // the entry at the path was created or changed (or may have been)
+        Removed,        // the entry at the path is gone, with everything below it
+        FolderChanged,  // the folder's entries may have changed: compare them
+        TreeChanged,    // anything below the folder may have changed: crawl it again
+    };
+    Kind kind = Kind::Changed;
+    std::string path;
+};
+
+// What a batch of changes did to the index, for live queries.
+struct IndexChanges {
+    std::vector<std::string> removed;  // every path no longer in the index
+    std::vector<ItemRef> upserted;     // items added or changed
+    bool everything = false;           // the catalogue was built anew: look at everything again
+    std::shared_ptr<const IndexView> view;  // the view after the changes
+};
+
+class LiveIndex {
+public:
+    using Subscriber = std::function<void(const IndexChanges&)>;
+
+    static Expected<std::unique_ptr<LiveIndex>> open(const std::string& directory, IndexServices services, bool wait,
+                                                     std::vector<std::string>* notices = nullptr);
+    ~LiveIndex();
+    LiveIndex(const LiveIndex&) = delete;
+    LiveIndex& operator=(const LiveIndex&) = delete;
+
+    std::shared_ptr<const IndexView> view() const;
+    std::vector<std::string> roots() const;
+    const IndexServices& services() const { return m_services; }
+    Index& index() { return *m_index; }
+
+    Expected<IndexChanges> apply(const std::vector<PathChange>& changes);
+
+    // After roots were added, removed or crawled again through index():
+    // reads the catalogue again and tells subscribers to look at everything.
+    Expected<IndexChanges> reload();
+
+    // The index's root operations, followed by reload().
+    Expected<UpdateReport> addRoots(const std::vector<std::string>& folders, const Index::Options& options);
+    Expected<void> removeRoots(const std::vector<std::string>& folders);
+    Expected<UpdateReport> update(const Index::Options& options);
+
+    int subscribe(Subscriber subscriber);
+    void unsubscribe(int id);
+
+    // How many items read since the catalogue was built make apply() build it
+    // again (tests lower it).
+    void setRebuildThreshold(std::size_t items) { m_rebuildThreshold = items; }
+
+private:
+    LiveIndex() = default;
+    Expected<void> loadFolders();
+    void publish(const IndexChanges& changes);
+
+    struct Batch;
+    Expected<void> upsertPath(Batch& batch, const std::string& path);
+    Expected<void> removePath(Batch& batch, const std::string& path);
+    Expected<void> rescanFolder(Batch& batch, const std::string& path);
+    Expected<void> crawlNewFolder(Batch& batch, const std::string& path, StoreId id);
+    std::shared_ptr<const FileFacts> factsFor(const std::string& path, const FileInfo& info, const FileDetails& details,
+                                              std::uint32_t nodeCount) const;
+
+    std::unique_ptr<Index> m_index;
+    IndexServices m_services;
+    std::size_t m_rebuildThreshold = 20000;
+
+    mutable std::mutex m_viewMutex;
+    std::shared_ptr<const IndexView> m_view;
+
+    // Every indexed folder by path, with its database id.
+    std::unordered_map<std::string, StoreId> m_folders;
+    std::vector<std::string> m_roots;
+
+    std::mutex m_subscribersMutex;
+    std::map<int, Subscriber> m_subscribers;
+    int m_nextSubscriber = 1;
+};
+
+}  // namespace trovara::index
