@@ -2,6 +2,7 @@
 
 #include "index/fs/crawler.h"
 #include "index/fs/file_details.h"
+#include "index/import/import_pass.h"
 
 #include <dirent.h>
 #include <set>
@@ -60,6 +61,7 @@ struct LiveIndex::Batch {
     std::vector<std::string> upserted;  // paths, in order; the working view has their facts
     std::set<std::string> touchedFolders;  // whose entry counts may have changed
     std::unordered_map<std::string, std::int32_t> types;
+    std::vector<ImportPass::File> imports;  // files whose content is new: imported before the commit
 };
 
 Expected<std::unique_ptr<LiveIndex>> LiveIndex::open(const std::string& directory, IndexServices services, bool wait,
@@ -201,6 +203,10 @@ Expected<IndexChanges> LiveIndex::apply(const std::vector<PathChange>& changes)
         batch.working->upsert(factsFor(folder, *info, details, count));
         batch.upserted.push_back(folder);
     }
+    if (auto imported = importQueued(batch); !imported) {
+        store.rollback();
+        return imported.error();
+    }
     if (auto bumped = store.bumpGeneration(); !bumped) {
         store.rollback();
         return bumped.error();
@@ -300,6 +306,9 @@ Expected<void> LiveIndex::upsertPath(Batch& batch, const std::string& path)
         }
         item.id = *id;
         batch.touchedFolders.insert(parent);
+    }
+    if (info->kind == FileKind::Regular) {
+        batch.imports.push_back({item.id, path, details.mimeType});
     }
     if (info->kind == FileKind::Directory) {
         m_folders[path] = item.id;
@@ -417,6 +426,9 @@ Expected<void> LiveIndex::crawlNewFolder(Batch& batch, const std::string& path, 
                     }
                     item.id = *inserted;
                 }
+                if (entry.info.kind == FileKind::Regular) {
+                    m_batch.imports.push_back({item.id, path, details.mimeType});
+                }
                 if (entry.info.kind == FileKind::Directory) {
                     m_ids[path] = item.id;
                     m_live.m_folders[path] = item.id;
@@ -452,6 +464,29 @@ Expected<void> LiveIndex::crawlNewFolder(Batch& batch, const std::string& path, 
     if (!crawled) {
         // Gone again, or unreadable: what is recorded stays as it is.
         return {};
+    }
+    return {};
+}
+
+Expected<void> LiveIndex::importQueued(Batch& batch)
+{
+    if (!m_services.importer || batch.imports.empty()) {
+        return {};
+    }
+    ImportPass pass(m_index->store(), *m_services.importer);
+    Expected<std::vector<ImportedFile>> imported = pass.importFiles(batch.imports);
+    if (!imported) {
+        return imported.error();
+    }
+    // The files' facts, now with what was found in them.
+    for (ImportedFile& file : *imported) {
+        const auto known = batch.working->fresh().find(file.path);
+        if (known == batch.working->fresh().end()) {
+            continue;
+        }
+        auto facts = std::make_shared<FileFacts>(*known->second);
+        facts->setImported({std::move(file.attributes), m_index->store().path(), file.item, file.hasText});
+        batch.working->upsert(std::move(facts));
     }
     return {};
 }

@@ -91,6 +91,7 @@ private:
     Expected<void> removePath(Batch& batch, const std::string& path);
     Expected<void> rescanFolder(Batch& batch, const std::string& path);
     Expected<void> crawlNewFolder(Batch& batch, const std::string& path, StoreId id);
+    Expected<void> importQueued(Batch& batch);
     std::shared_ptr<const FileFacts> factsFor(const std::string& path, const FileInfo& info, const FileDetails& details,
                                               std::uint32_t nodeCount) const;
 
