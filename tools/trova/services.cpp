@@ -1,6 +1,7 @@
 #include "services.h"
 
 #include "index/fs/recently_used.h"
+#include "index/import/helper_importer.h"
 #include "index/fs/type_tree.h"
 #include "index/text/folding.h"
 
@@ -19,6 +20,7 @@ index::IndexServices indexServices()
     services.lastUsed = [recent](const std::string& path, const index::FileInfo& info) {
         return recent->lastUsedDate(path, info).value_or(0);
     };
+    services.importer = std::make_shared<index::HelperImporter>(index::HelperImporter::defaultOptions());
     return services;
 }
 
