@@ -122,7 +122,7 @@ Expected<std::unique_ptr<Index>> Index::openForWriting(const std::string& direct
             continue;
         }
         if (errno == EWOULDBLOCK) {
-            return Failure{Failure::Kind::Io, "another Trovara process is updating the index in " + directory};
+            return Failure{Failure::Kind::Busy, "another Trovara process is updating the index in " + directory};
         }
         return ioFailure("cannot lock the index " + lockPath, errno);
     }
@@ -408,10 +408,12 @@ Expected<UpdateReport> Index::rebuild(const Options& options)
     return update(options);
 }
 
-Expected<IndexStatus> Index::status()
+namespace {
+
+Expected<IndexStatus> statusOf(Store& store, const std::string& directory)
 {
     IndexStatus status;
-    Expected<std::vector<RootRecord>> roots = m_store->roots();
+    Expected<std::vector<RootRecord>> roots = store.roots();
     if (!roots) {
         return roots.error();
     }
@@ -419,32 +421,32 @@ Expected<IndexStatus> Index::status()
     for (const RootRecord& root : status.roots) {
         status.lastUpdate = std::max(status.lastUpdate, root.lastCrawlFinished);
     }
-    Expected<std::int64_t> items = m_store->itemCount();
+    Expected<std::int64_t> items = store.itemCount();
     if (!items) {
         return items.error();
     }
     status.items = *items;
-    status.databaseBytes = m_store->fileSize();
+    status.databaseBytes = store.fileSize();
     struct stat st {};
-    if (::stat((m_directory + kCatalogue).c_str(), &st) == 0) {
+    if (::stat((directory + kCatalogue).c_str(), &st) == 0) {
         status.catalogueBytes = st.st_size;
     }
-    Expected<std::vector<UnreadableFolder>> unreadable = m_store->unreadable();
+    Expected<std::vector<UnreadableFolder>> unreadable = store.unreadable();
     if (!unreadable) {
         return unreadable.error();
     }
     status.unreadable = std::move(*unreadable);
-    Expected<ImportCounts> counts = m_store->importCounts();
+    Expected<ImportCounts> counts = store.importCounts();
     if (!counts) {
         return counts.error();
     }
     status.imports = *counts;
-    Expected<std::vector<ImportRecord>> failed = m_store->failedImports();
+    Expected<std::vector<ImportRecord>> failed = store.failedImports();
     if (!failed) {
         return failed.error();
     }
     for (const ImportRecord& record : *failed) {
-        Expected<std::string> path = m_store->itemPath(record.item);
+        Expected<std::string> path = store.itemPath(record.item);
         if (!path) {
             return path.error();
         }
@@ -452,6 +454,22 @@ Expected<IndexStatus> Index::status()
             {std::move(*path), record.importer, record.error, record.attempts, record.attempts < kMaxImportAttempts});
     }
     return status;
+}
+
+}  // namespace
+
+Expected<IndexStatus> Index::status()
+{
+    return statusOf(*m_store, m_directory);
+}
+
+Expected<IndexStatus> Index::readStatus(const std::string& directory)
+{
+    Expected<std::unique_ptr<Store>> store = Store::open(directory + kDatabase, Store::Mode::ReadOnly);
+    if (!store) {
+        return store.error();
+    }
+    return statusOf(*store.value(), directory);
 }
 
 Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
@@ -463,6 +481,13 @@ Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
     }
     if (auto saved = built.value()->save(m_directory + kCatalogue); !saved) {
         return saved.error();
+    }
+    // The saved snapshot, mapped: its pages are shared with every reader and
+    // the page cache rather than held on the heap.
+    Expected<std::shared_ptr<const Catalogue>> mapped =
+        Catalogue::open(m_directory + kCatalogue, m_directory + kDatabase);
+    if (mapped) {
+        return mapped;
     }
     return built;
 }

@@ -161,6 +161,8 @@ public:
 
     void setNodeCount(std::uint32_t count) { m_nodeCount = count; }
     void setImported(ImportedContent content) { m_imported = std::move(content); }
+    const FileInfo& info() const { return m_info; }
+    const FileDetails& details() const { return m_details; }
 
 private:
     std::string m_path;
