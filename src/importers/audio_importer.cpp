@@ -76,6 +76,12 @@ public:
         if (file.isNull()) {
             return importFailure("not a readable audio file");
         }
+        // TagLib accepts any bytes under a known extension; without a frame
+        // of sound in it, the file is not what it claims to be.
+        const TagLib::AudioProperties* audio = file.audioProperties();
+        if (!audio || audio->sampleRate() <= 0) {
+            return importFailure("no audio stream found");
+        }
         if (const TagLib::Tag* tag = file.tag()) {
             sink.setText("kMDItemTitle", utf8(tag->title()));
             if (const std::string artist = utf8(tag->artist()); !artist.empty()) {
@@ -104,20 +110,16 @@ public:
                 sink.setNumber("kMDItemTempo", bpm);
             }
         }
-        if (const TagLib::AudioProperties* audio = file.audioProperties()) {
-            if (audio->lengthInMilliseconds() > 0) {
-                sink.setNumber("kMDItemDurationSeconds", audio->lengthInMilliseconds() / 1000.0);
-            }
-            if (audio->bitrate() > 0) {
-                sink.setNumber("kMDItemAudioBitRate", audio->bitrate());
-                sink.setNumber("kMDItemTotalBitRate", audio->bitrate());
-            }
-            if (audio->sampleRate() > 0) {
-                sink.setNumber("kMDItemAudioSampleRate", audio->sampleRate());
-            }
-            if (audio->channels() > 0) {
-                sink.setNumber("kMDItemAudioChannelCount", audio->channels());
-            }
+        if (audio->lengthInMilliseconds() > 0) {
+            sink.setNumber("kMDItemDurationSeconds", audio->lengthInMilliseconds() / 1000.0);
+        }
+        if (audio->bitrate() > 0) {
+            sink.setNumber("kMDItemAudioBitRate", audio->bitrate());
+            sink.setNumber("kMDItemTotalBitRate", audio->bitrate());
+        }
+        sink.setNumber("kMDItemAudioSampleRate", audio->sampleRate());
+        if (audio->channels() > 0) {
+            sink.setNumber("kMDItemAudioChannelCount", audio->channels());
         }
         if (const std::string codec = codecOf(context.mimeType); !codec.empty()) {
             sink.setList("kMDItemCodecs", {codec});
