@@ -451,7 +451,8 @@ Expected<IndexStatus> statusOf(Store& store, const std::string& directory)
             return path.error();
         }
         status.importFailures.push_back(
-            {std::move(*path), record.importer, record.error, record.attempts, record.attempts < kMaxImportAttempts});
+            {std::move(*path), record.importer, record.error, record.attempts,
+             record.mayRetry && record.attempts < kMaxImportAttempts});
     }
     return status;
 }

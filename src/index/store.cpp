@@ -61,6 +61,7 @@ CREATE TABLE imports (
   importer TEXT NOT NULL,
   failed INTEGER NOT NULL,
   attempts INTEGER NOT NULL,
+  retry INTEGER NOT NULL,
   error TEXT,
   finished INTEGER NOT NULL,
   truncated INTEGER NOT NULL,
@@ -409,16 +410,16 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.clearUnreadable, "DELETE FROM unreadable WHERE path = ?1 OR substr(path, 1, length(?1) + 1) = ?1 || '/'"},
         {&s.allUnreadable, "SELECT path, error, seen FROM unreadable ORDER BY path"},
         {&s.saveImport,
-         "INSERT OR REPLACE INTO imports (item, importer, failed, attempts, error, finished, truncated, attributes) "
-         "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)"},
+         "INSERT OR REPLACE INTO imports (item, importer, failed, attempts, retry, error, finished, truncated, "
+         "attributes) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)"},
         {&s.deleteText, "DELETE FROM text_content WHERE rowid = ?1"},
         {&s.insertText, "INSERT INTO text_content (rowid, text) VALUES (?1, ?2)"},
         {&s.pendingImports,
          "SELECT items.id, items.parent, items.name, items.type, coalesce(imports.attempts, 0) FROM items "
          "LEFT JOIN imports ON imports.item = items.id WHERE items.kind = 0 AND "
-         "(imports.item IS NULL OR (imports.failed AND imports.attempts < ?1)) ORDER BY items.id"},
+         "(imports.item IS NULL OR (imports.failed AND imports.retry AND imports.attempts < ?1)) ORDER BY items.id"},
         {&s.failedImports,
-         "SELECT item, importer, attempts, error, finished, truncated FROM imports WHERE failed ORDER BY item"},
+         "SELECT item, importer, attempts, error, finished, truncated, retry FROM imports WHERE failed ORDER BY item"},
         {&s.countImports, "SELECT count(*), coalesce(sum(failed), 0) FROM imports"},
         {&s.countTexts, "SELECT count(*) FROM text_content"},
         {&s.importedAttributes, "SELECT item, attributes FROM imports WHERE attributes IS NOT NULL ORDER BY item"},
@@ -823,17 +824,18 @@ Expected<void> Store::saveImport(const ImportRecord& record, const std::optional
         s.bindText(2, record.importer);
         s.bind(3, record.failed ? 1 : 0);
         s.bind(4, record.attempts);
+        s.bind(5, record.mayRetry ? 1 : 0);
         if (record.error.empty()) {
-            s.bindNull(5);
+            s.bindNull(6);
         } else {
-            s.bindText(5, record.error);
+            s.bindText(6, record.error);
         }
-        s.bind(6, record.finished);
-        s.bind(7, record.truncated ? 1 : 0);
+        s.bind(7, record.finished);
+        s.bind(8, record.truncated ? 1 : 0);
         if (record.attributes) {
-            s.bindBlob(8, *record.attributes);
+            s.bindBlob(9, *record.attributes);
         } else {
-            s.bindNull(8);
+            s.bindNull(9);
         }
         if (s.step() != SQLITE_DONE) {
             return failure("recording an import");
@@ -889,6 +891,7 @@ Expected<std::vector<ImportRecord>> Store::failedImports()
         record.error = s.text(3);
         record.finished = s.integer(4);
         record.truncated = s.integer(5) != 0;
+        record.mayRetry = s.integer(6) != 0;
         list.push_back(std::move(record));
     }
     if (rc != SQLITE_DONE) {

@@ -66,6 +66,7 @@ struct ImportRecord {
     std::string importer;     // the importer that answered (or was asked)
     bool failed = false;
     int attempts = 0;         // failed tries since the content last changed
+    bool mayRetry = false;    // a failure another try may mend (a crash, a hang)
     std::string error;        // why the last try failed
     Nanoseconds finished = 0;
     bool truncated = false;   // the text was cut at the limit
@@ -73,7 +74,7 @@ struct ImportRecord {
 };
 
 // A regular file that has no import record yet, or whose last import
-// failed fewer times than allowed.
+// failed in a way another try may mend, fewer times than allowed.
 struct PendingImport {
     StoreId id = 0;
     StoreId parent = 0;

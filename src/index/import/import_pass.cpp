@@ -56,7 +56,8 @@ ImportRecord ImportPass::record(const ImportJob& job, int attemptsBefore, Import
     } else {
         record.error = outcome.error.empty() ? std::string("the importer gave no reason") : outcome.error;
         // Only a failure that another try may mend is tried again.
-        record.attempts = outcome.mayRetry ? attemptsBefore + 1 : kMaxImportAttempts;
+        record.attempts = attemptsBefore + 1;
+        record.mayRetry = outcome.mayRetry;
     }
     return record;
 }

@@ -214,6 +214,7 @@ TEST_F(ImportPassTest, FailuresAreRecordedAndTriedAgainABoundedNumberOfTimes)
     EXPECT_EQ(failed["crash.txt"].error, "the importer crashed (signal 11)");
     EXPECT_EQ(failed["crash.txt"].importer, "text");
     EXPECT_FALSE(failed["broken.txt"].willRetry);  // a verdict on the file: not tried again
+    EXPECT_EQ(failed["broken.txt"].attempts, 1);    // and said to be tried once, as it was
     EXPECT_EQ(failed["broken.txt"].error, "not a document");
 
     for (int update = 2; update <= 4; ++update) {
@@ -228,6 +229,7 @@ TEST_F(ImportPassTest, FailuresAreRecordedAndTriedAgainABoundedNumberOfTimes)
     failed = failures(*index);
     EXPECT_EQ(failed["crash.txt"].attempts, kMaxImportAttempts);
     EXPECT_FALSE(failed["crash.txt"].willRetry);
+    EXPECT_EQ(failed["broken.txt"].attempts, 1);
 
     // A change of the file earns it fresh tries.
     write("crash.txt", "changed content");
