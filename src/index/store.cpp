@@ -268,7 +268,7 @@ struct Store::Statements {
     Statement selectMime, insertMime, allMime;
     Statement setUnreadable, clearUnreadable, allUnreadable;
     Statement saveImport, deleteText, insertText, pendingImports, failedImports, countImports, countTexts;
-    Statement importedAttributes, itemPath, selectText, matchText, allTexts, allTerms;
+    Statement importedAttributes, storedImport, itemPath, selectText, matchText, allTexts, allTerms;
 };
 
 Store::~Store()
@@ -423,6 +423,9 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.countImports, "SELECT count(*), coalesce(sum(failed), 0) FROM imports"},
         {&s.countTexts, "SELECT count(*) FROM text_content"},
         {&s.importedAttributes, "SELECT item, attributes FROM imports WHERE attributes IS NOT NULL ORDER BY item"},
+        {&s.storedImport,
+         "SELECT attributes, EXISTS (SELECT 1 FROM text_content WHERE rowid = ?1) FROM imports "
+         "WHERE item = ?1 AND NOT failed"},
         {&s.itemPath,
          "WITH RECURSIVE up(id, parent, name, depth) AS (SELECT id, parent, name, 0 FROM items WHERE id = ?1 "
          "UNION ALL SELECT items.id, items.parent, items.name, up.depth + 1 FROM items JOIN up ON items.id = up.parent) "
@@ -934,6 +937,23 @@ Expected<void> Store::forEachImportedAttributes(const std::function<bool(StoreId
         }
     }
     return rc == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("reading imported attributes"));
+}
+
+Expected<std::optional<StoredImport>> Store::storedImport(StoreId item)
+{
+    Statement& s = m_statements->storedImport;
+    Reset r{s};
+    s.bind(1, item);
+    const int rc = s.step();
+    if (rc == SQLITE_DONE) {
+        return std::optional<StoredImport>();
+    }
+    if (rc != SQLITE_ROW) {
+        return failure("reading an import");
+    }
+    const auto* data = static_cast<const char*>(sqlite3_column_blob(s.get(), 0));
+    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(s.get(), 0));
+    return std::optional<StoredImport>(StoredImport{std::string(data ? data : "", data ? size : 0), s.integer(1) != 0});
 }
 
 Expected<std::string> Store::itemPath(StoreId item)

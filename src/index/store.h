@@ -83,6 +83,13 @@ struct PendingImport {
     int attempts = 0;
 };
 
+// What the last successful import of a file left: its encoded attributes
+// (empty when it found none) and whether it has text content.
+struct StoredImport {
+    std::string attributes;
+    bool hasText = false;
+};
+
 struct ImportCounts {
     std::int64_t imported = 0;  // files with an import record that did not fail
     std::int64_t failed = 0;
@@ -164,6 +171,8 @@ public:
     // `maxAttempts` times.
     Expected<std::vector<PendingImport>> pendingImports(int maxAttempts);
     Expected<std::vector<ImportRecord>> failedImports();
+    // None when the item has no import, or its last import failed.
+    Expected<std::optional<StoredImport>> storedImport(StoreId item);
     Expected<ImportCounts> importCounts();
     // The encoded attributes of every imported file, by ascending id.
     Expected<void> forEachImportedAttributes(const std::function<bool(StoreId, std::string_view)>& callback);

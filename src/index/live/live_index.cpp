@@ -32,6 +32,14 @@ std::string joinPath(const std::string& folder, const std::string& name)
     return folder == "/" ? "/" + name : folder + "/" + name;
 }
 
+// What the index's records of a file's import depend on (the database
+// drops them when one of these changes).
+bool sameContent(const FileInfo& a, const FileInfo& b)
+{
+    return a.kind == b.kind && a.inode == b.inode && a.device == b.device && a.size == b.size
+           && a.modified == b.modified;
+}
+
 bool sameSignature(const FileInfo& a, const FileInfo& b)
 {
     return a.kind == b.kind && a.inode == b.inode && a.device == b.device && a.size == b.size
@@ -314,7 +322,10 @@ Expected<void> LiveIndex::upsertPath(Batch& batch, const std::string& path)
         item.id = *id;
         batch.touchedFolders.insert(parent);
     }
-    if (info->kind == FileKind::Regular) {
+    // Only new content is imported again: a change of mode, owner or tags
+    // keeps what the last import found.
+    const bool newContent = !known || !sameContent(existing.info, *info);
+    if (info->kind == FileKind::Regular && newContent) {
         batch.imports.push_back({item.id, path, details.mimeType});
     }
     if (info->kind == FileKind::Directory) {
@@ -323,7 +334,15 @@ Expected<void> LiveIndex::upsertPath(Batch& batch, const std::string& path)
             return crawlNewFolder(batch, path, item.id);
         }
     }
-    batch.working->upsert(factsFor(path, *info, details, item.nodeCount));
+    std::shared_ptr<const FileFacts> facts = factsFor(path, *info, details, item.nodeCount);
+    if (info->kind == FileKind::Regular && !newContent) {
+        Expected<std::shared_ptr<const FileFacts>> kept = withStoredImport(std::move(facts), item.id);
+        if (!kept) {
+            return kept.error();
+        }
+        facts = std::move(*kept);
+    }
+    batch.working->upsert(std::move(facts));
     batch.upserted.push_back(path);
     return {};
 }
@@ -473,6 +492,24 @@ Expected<void> LiveIndex::crawlNewFolder(Batch& batch, const std::string& path, 
         return {};
     }
     return {};
+}
+
+Expected<std::shared_ptr<const FileFacts>> LiveIndex::withStoredImport(std::shared_ptr<const FileFacts> facts,
+                                                                       StoreId id)
+{
+    Expected<std::optional<StoredImport>> stored = m_index->store().storedImport(id);
+    if (!stored) {
+        return stored.error();
+    }
+    if (!*stored) {
+        return facts;
+    }
+    auto kept = std::make_shared<FileFacts>(*facts);
+    Expected<ImportedAttributes> attributes = decodeImportedAttributes((*stored)->attributes);
+    // A damaged record costs the attributes, not the change.
+    kept->setImported({attributes ? std::make_shared<const ImportedAttributes>(std::move(*attributes)) : nullptr,
+                       m_index->store().path(), id, (*stored)->hasText});
+    return std::shared_ptr<const FileFacts>(std::move(kept));
 }
 
 Expected<void> LiveIndex::importQueued(Batch& batch)

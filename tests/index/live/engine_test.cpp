@@ -167,6 +167,15 @@ TEST_F(EngineTest, AContentChangeIsImportedAgainAndSearchedByItsNewWords)
     settle(engine, annual);
     EXPECT_EQ(results(annual), (std::set<std::string>{at("docs/report.txt"), at("docs/minutes.txt")}));
     EXPECT_GE(importer->imports.load(), 3);
+
+    // A change of mode alone keeps what the import found, unread.
+    const int imports = importer->imports.load();
+    const std::uint64_t batches = engine.statistics().batchesApplied;
+    ASSERT_EQ(::chmod(at("docs/report.txt").c_str(), 0600), 0);
+    settle(engine, annual);
+    EXPECT_GT(engine.statistics().batchesApplied, batches) << "the change was applied";
+    EXPECT_EQ(importer->imports.load(), imports);
+    EXPECT_EQ(results(annual), (std::set<std::string>{at("docs/report.txt"), at("docs/minutes.txt")}));
     EXPECT_TRUE(problems.empty()) << problems.front();
 }
 
