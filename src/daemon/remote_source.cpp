@@ -10,6 +10,8 @@ using index::Expected;
 using index::Failure;
 
 constexpr const char* kSnapshot = "/catalogue.bin";
+// Where the snapshot's queries read the full text.
+constexpr const char* kDatabase = "/index.db";
 
 }  // namespace
 
@@ -102,7 +104,7 @@ Expected<std::shared_ptr<const index::Catalogue>> RemoteIndexSource::mapSnapshot
     // The daemon wrote it before it answered; a later one may have replaced
     // it meanwhile, which is as good (the changes after it come again).
     for (int attempt = 0; attempt < 5; ++attempt) {
-        Expected<std::shared_ptr<const index::Catalogue>> catalogue = index::Catalogue::open(m_directory + kSnapshot);
+        Expected<std::shared_ptr<const index::Catalogue>> catalogue = index::Catalogue::open(m_directory + kSnapshot, m_directory + kDatabase);
         if (catalogue && catalogue.value()->generation() >= generation) {
             return catalogue;
         }

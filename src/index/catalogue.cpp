@@ -23,7 +23,7 @@ namespace {
 // All integers are little-endian, as the machines Trovara runs on are.
 
 constexpr char kMagic[8] = {'T', 'r', 'o', 'v', 'C', 'a', 't', '\0'};
-constexpr std::uint32_t kSnapshotVersion = 1;
+constexpr std::uint32_t kSnapshotVersion = 2;
 
 struct Header {
     char magic[8];
@@ -48,6 +48,9 @@ enum SectionId : std::uint32_t {
     kTypes = 7,
     kTrigrams = 8,
     kPostings = 9,
+    kImportedKeys = 10,
+    kIds = 11,
+    kIdOrder = 12,
 };
 
 struct Section {
@@ -172,6 +175,8 @@ struct Catalogue::Data {
     std::string attributeValues;
     std::vector<Trigram> trigrams;
     std::string postings;
+    std::vector<std::int64_t> ids;
+    std::vector<ItemIndex> byId;
 };
 
 Catalogue::~Catalogue()
@@ -266,6 +271,22 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
     d.core.resize(count);
     d.extra.resize(count);
     std::unordered_map<std::string, std::uint16_t> typeIndex;
+    d.ids.resize(count);
+
+    // The keys importers gave, each once, sorted; an item's entries use
+    // their position.
+    std::vector<std::string>& importedKeys = catalogue->m_importedKeys;
+    for (const std::uint32_t i : order) {
+        for (const ImportedAttribute& attribute : items[i].imported) {
+            importedKeys.push_back(attribute.key);
+        }
+    }
+    std::sort(importedKeys.begin(), importedKeys.end());
+    importedKeys.erase(std::unique(importedKeys.begin(), importedKeys.end()), importedKeys.end());
+    constexpr std::size_t kImportedKeyRoom = 0xFFFF - kFirstImportedKey;
+    if (importedKeys.size() > kImportedKeyRoom) {
+        importedKeys.resize(kImportedKeyRoom);
+    }
 
     for (ItemIndex k = 0; k < count; ++k) {
         CatalogueItem& item = items[order[k]];
@@ -326,6 +347,14 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
         if (!item.attributes.whereFroms.empty()) {
             addAttribute(AttributeKey::WhereFroms, joinList(item.attributes.whereFroms));
         }
+        for (const ImportedAttribute& attribute : item.imported) {
+            const auto key = std::lower_bound(importedKeys.begin(), importedKeys.end(), attribute.key);
+            if (key != importedKeys.end() && *key == attribute.key) {
+                addAttribute(static_cast<AttributeKey>(kFirstImportedKey + (key - importedKeys.begin())),
+                             encodeImportedValue(attribute.value));
+            }
+        }
+        d.ids[k] = item.id;
         ExtraRecord& extra = d.extra[k];
         extra.lastUsed = item.lastUsed;
         extra.changed = item.info.changed;
@@ -396,6 +425,14 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
         }
     }
 
+    d.byId.resize(count);
+    for (ItemIndex k = 0; k < count; ++k) {
+        d.byId[k] = k;
+    }
+    std::sort(d.byId.begin(), d.byId.end(), [&](ItemIndex a, ItemIndex b) { return d.ids[a] < d.ids[b]; });
+
+    catalogue->m_ids = d.ids;
+    catalogue->m_byId = d.byId;
     catalogue->m_core = d.core;
     catalogue->m_extra = d.extra;
     catalogue->m_namesPool = d.names;
@@ -419,8 +456,17 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::build(
     if (!mimeTypes) {
         return mimeTypes.error();
     }
+    std::unordered_map<std::int64_t, ImportedAttributes> imported;
+    Expected<void> readImports = store.forEachImportedAttributes([&](StoreId id, std::string_view bytes) {
+        if (Expected<ImportedAttributes> attributes = decodeImportedAttributes(bytes)) {
+            imported.emplace(id, std::move(*attributes));
+        }
+        return true;  // a damaged record costs that file its attributes, nothing more
+    });
+    if (!readImports) {
+        return readImports.error();
+    }
     std::vector<CatalogueItem> items;
-    std::unordered_map<std::int64_t, std::size_t> position;  // for paths, when last-use dates are wanted
     Expected<void> read = store.forEachItem([&](StoredItem&& stored) {
         CatalogueItem item;
         item.id = stored.id;
@@ -431,6 +477,9 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::build(
         }
         item.nodeCount = stored.nodeCount;
         item.attributes = std::move(stored.attributes);
+        if (auto found = imported.find(stored.id); found != imported.end()) {
+            item.imported = std::move(found->second);
+        }
         items.push_back(std::move(item));
         return true;
     });
@@ -458,7 +507,10 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::build(
             }
         }
     }
-    return build(std::move(items), *generation, fold, types);
+    std::shared_ptr<const Catalogue> built = build(std::move(items), *generation, fold, types);
+    // Built just now and not yet shared: the database it came from is told here.
+    std::const_pointer_cast<Catalogue>(built)->m_databasePath = store.path();
+    return built;
 }
 
 Expected<void> Catalogue::save(const std::string& path) const
@@ -469,6 +521,10 @@ Expected<void> Catalogue::save(const std::string& path) const
         std::size_t size;
     };
     std::string typeText = serializeTypes(m_types);
+    std::string keyText;
+    for (const std::string& key : m_importedKeys) {
+        keyText += key + '\n';
+    }
     const Part parts[] = {
         {kCore, m_core.data(), m_core.size_bytes()},
         {kExtra, m_extra.data(), m_extra.size_bytes()},
@@ -479,6 +535,9 @@ Expected<void> Catalogue::save(const std::string& path) const
         {kTypes, typeText.data(), typeText.size()},
         {kTrigrams, m_trigrams.data(), m_trigrams.size_bytes()},
         {kPostings, m_postings.data(), m_postings.size()},
+        {kImportedKeys, keyText.data(), keyText.size()},
+        {kIds, m_ids.data(), m_ids.size_bytes()},
+        {kIdOrder, m_byId.data(), m_byId.size_bytes()},
     };
     constexpr std::size_t kParts = std::size(parts);
     std::vector<Section> sections(kParts);
@@ -536,7 +595,7 @@ Expected<void> Catalogue::save(const std::string& path) const
     return {};
 }
 
-Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& path)
+Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& path, const std::string& databasePath)
 {
     auto damaged = [&](const std::string& why) {
         return Failure{Failure::Kind::Corrupt, "catalogue " + path + " is damaged: " + why};
@@ -600,13 +659,33 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& pa
     const auto types = section(kTypes, 1);
     const auto trigrams = section(kTrigrams, sizeof(Trigram));
     const auto postings = section(kPostings, 1);
-    if (!core || !extra || !names || !folded || !entries || !values || !types || !trigrams || !postings) {
+    const auto importedKeys = section(kImportedKeys, 1);
+    const auto ids = section(kIds, sizeof(std::int64_t));
+    const auto idOrder = section(kIdOrder, sizeof(ItemIndex));
+    if (!core || !extra || !names || !folded || !entries || !values || !types || !trigrams || !postings
+        || !importedKeys || !ids || !idOrder) {
         return damaged("missing or misplaced section");
     }
     const std::size_t count = core->size() / sizeof(CoreRecord);
     if (count != header.itemCount || extra->size() / sizeof(ExtraRecord) != count
-        || (count && (names->empty() || names->back() != '\0' || folded->empty() || folded->back() != '\0'))) {
+        || ids->size() / sizeof(std::int64_t) != count || idOrder->size() / sizeof(ItemIndex) != count
+        || (count && (names->empty() || names->back() != '\0' || folded->empty() || folded->back() != '\0'))
+        || (!importedKeys->empty() && importedKeys->back() != '\n')) {
         return damaged("inconsistent sizes");
+    }
+    for (std::size_t start = 0; start < importedKeys->size();) {
+        const std::size_t end = importedKeys->find('\n', start);
+        catalogue->m_importedKeys.emplace_back(importedKeys->substr(start, end - start));
+        start = end + 1;
+    }
+    catalogue->m_databasePath = databasePath;
+    catalogue->m_ids = {reinterpret_cast<const std::int64_t*>(ids->data()), count};
+    catalogue->m_byId = {reinterpret_cast<const ItemIndex*>(idOrder->data()), count};
+    for (ItemIndex i = 0; i < count; ++i) {
+        if (catalogue->m_byId[i] >= count
+            || (i > 0 && catalogue->m_ids[catalogue->m_byId[i]] < catalogue->m_ids[catalogue->m_byId[i - 1]])) {
+            return damaged("bad id order");
+        }
     }
     std::optional<std::vector<TypeInfo>> typeList = parseTypes(*types);
     if (!typeList) {
@@ -637,7 +716,9 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& pa
         }
     }
     for (const AttributeEntry& entry : catalogue->m_attributeEntries) {
-        if (entry.item >= count || entry.value > values->size() || entry.length > values->size() - entry.value) {
+        const auto key = static_cast<std::uint16_t>(entry.key);
+        if (entry.item >= count || entry.value > values->size() || entry.length > values->size() - entry.value
+            || (key >= kFirstImportedKey && static_cast<std::size_t>(key - kFirstImportedKey) >= catalogue->m_importedKeys.size())) {
             return damaged("bad attribute entry");
         }
     }
@@ -704,6 +785,54 @@ std::optional<std::string_view> Catalogue::attribute(ItemIndex i, AttributeKey k
         }
     }
     return std::nullopt;
+}
+
+std::optional<std::uint16_t> Catalogue::importedKey(std::string_view key) const
+{
+    const auto it = std::lower_bound(m_importedKeys.begin(), m_importedKeys.end(), key);
+    if (it == m_importedKeys.end() || *it != key) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint16_t>(kFirstImportedKey + (it - m_importedKeys.begin()));
+}
+
+std::optional<query::AttributeValue> Catalogue::importedAttribute(ItemIndex i, std::uint16_t key) const
+{
+    const std::optional<std::string_view> value = attribute(i, static_cast<AttributeKey>(key));
+    return value ? decodeImportedValue(*value) : std::nullopt;
+}
+
+std::optional<query::AttributeValue> Catalogue::importedAttribute(ItemIndex i, std::string_view key) const
+{
+    const std::optional<std::uint16_t> number = importedKey(key);
+    return number ? importedAttribute(i, *number) : std::nullopt;
+}
+
+void Catalogue::forEachImportedAttribute(
+    ItemIndex i, const std::function<void(std::string_view key, query::AttributeValue&&)>& visit) const
+{
+    for (std::uint32_t e = m_core[i].attributes; e != kNoItem && e < m_attributeEntries.size()
+                                                 && m_attributeEntries[e].item == i;
+         ++e) {
+        const auto key = static_cast<std::uint16_t>(m_attributeEntries[e].key);
+        if (key < kFirstImportedKey) {
+            continue;
+        }
+        if (std::optional<query::AttributeValue> value =
+                decodeImportedValue(m_attributeValues.substr(m_attributeEntries[e].value, m_attributeEntries[e].length))) {
+            visit(m_importedKeys[key - kFirstImportedKey], std::move(*value));
+        }
+    }
+}
+
+std::optional<ItemIndex> Catalogue::itemWithStoreId(std::int64_t id) const
+{
+    const auto it = std::lower_bound(m_byId.begin(), m_byId.end(), id,
+                                     [&](ItemIndex item, std::int64_t wanted) { return m_ids[item] < wanted; });
+    if (it == m_byId.end() || m_ids[*it] != id) {
+        return std::nullopt;
+    }
+    return *it;
 }
 
 std::vector<ItemIndex> Catalogue::roots() const
@@ -812,7 +941,7 @@ Catalogue::Footprint Catalogue::footprint() const
     f.names = m_namesPool.size();
     f.folded = m_foldedPool.size();
     f.trigrams = m_trigrams.size_bytes() + m_postings.size();
-    f.other = m_attributeEntries.size_bytes() + m_attributeValues.size();
+    f.other = m_attributeEntries.size_bytes() + m_attributeValues.size() + m_ids.size_bytes() + m_byId.size_bytes();
     return f;
 }
 

@@ -3,8 +3,9 @@
 // Items are kept in depth-first order (each folder followed by everything
 // below it, siblings by name), so that "is this item below that folder" is a
 // range test and results come out in path order. Every item has a 48-byte
-// core record; rarer data (owner, last use, extended attributes, types) sits
-// in side tables. Names are kept twice: as on disk, and folded (case and
+// core record; rarer data (owner, last use, extended attributes, what
+// importers found, types) sits in side tables. Each item also keeps its id
+// in the database, which is how the full text (in the database) finds it. Names are kept twice: as on disk, and folded (case and
 // diacritics removed) for the matching most queries do; a trigram index over
 // the folded names finds the items whose names contain a text without
 // scanning them all.
@@ -19,6 +20,7 @@
 #include "index/expected.h"
 #include "index/fs/file_info.h"
 #include "index/fs/type_tree.h"
+#include "index/import/imported_attributes.h"
 
 #include <cstdint>
 #include <functional>
@@ -71,8 +73,12 @@ struct ExtraRecord {
 };
 static_assert(sizeof(ExtraRecord) == 32);
 
-// Extended attributes in the side table.
+// Extended attributes in the side table. Keys from kFirstImportedKey on are
+// attributes importers found: key - kFirstImportedKey indexes the
+// catalogue's list of imported keys, and the value is encoded as
+// encodeImportedValue() writes it.
 enum class AttributeKey : std::uint16_t { Comment = 1, Tags = 2, WhereFroms = 3 };
+inline constexpr std::uint16_t kFirstImportedKey = 16;
 
 struct AttributeEntry {
     ItemIndex item;
@@ -96,6 +102,7 @@ struct CatalogueItem {
     std::uint32_t nodeCount = 0;
     Nanoseconds lastUsed = 0;
     ExtendedAttributes attributes;
+    ImportedAttributes imported;
 };
 
 using NameFolder = std::function<std::string(std::string_view)>;
@@ -115,8 +122,10 @@ public:
     // Writes the snapshot crash-safely (temporary file, then rename).
     Expected<void> save(const std::string& path) const;
     // Maps a snapshot. A damaged or foreign file, or one of another format
-    // version, fails with Corrupt or Version.
-    static Expected<std::shared_ptr<const Catalogue>> open(const std::string& path);
+    // version, fails with Corrupt or Version. `databasePath` is the database
+    // it was built from (where queries find the full text).
+    static Expected<std::shared_ptr<const Catalogue>> open(const std::string& path,
+                                                           const std::string& databasePath = {});
 
     ~Catalogue();
     Catalogue(const Catalogue&) = delete;
@@ -142,6 +151,22 @@ public:
     std::optional<int> label(ItemIndex i) const;
     // The attribute's value (lists joined with '\x1f'), if the item has it.
     std::optional<std::string_view> attribute(ItemIndex i, AttributeKey key) const;
+
+    // What importers found: the keys present in the catalogue, an item's
+    // value of one (by the key's number, see importedKey()), and all of an
+    // item's values.
+    std::optional<std::uint16_t> importedKey(std::string_view key) const;
+    std::optional<query::AttributeValue> importedAttribute(ItemIndex i, std::uint16_t key) const;
+    std::optional<query::AttributeValue> importedAttribute(ItemIndex i, std::string_view key) const;
+    void forEachImportedAttribute(ItemIndex i,
+                                  const std::function<void(std::string_view key, query::AttributeValue&&)>& visit) const;
+
+    // The item's id in the database, and the item with an id.
+    std::int64_t storeId(ItemIndex i) const { return m_ids[i]; }
+    std::optional<ItemIndex> itemWithStoreId(std::int64_t id) const;
+    // The database the catalogue was built from; empty for one built from
+    // items in memory.
+    const std::string& databasePath() const { return m_databasePath; }
 
     // The item at an absolute path, if it is in the catalogue.
     std::optional<ItemIndex> find(std::string_view path) const;
@@ -175,6 +200,10 @@ private:
     std::span<const AttributeEntry> m_attributeEntries;
     std::string_view m_attributeValues;
     std::vector<TypeInfo> m_types;
+    std::vector<std::string> m_importedKeys;
+    std::span<const std::int64_t> m_ids;      // per item
+    std::span<const ItemIndex> m_byId;        // items ordered by id
+    std::string m_databasePath;
     struct Trigram {
         std::uint32_t key;
         std::uint32_t offset;  // in the postings pool

@@ -174,7 +174,7 @@ Expected<std::shared_ptr<const Catalogue>> Index::catalogue(const std::string& d
         return generation.error();
     }
     const std::string snapshot = directory + kCatalogue;
-    Expected<std::shared_ptr<const Catalogue>> mapped = Catalogue::open(snapshot);
+    Expected<std::shared_ptr<const Catalogue>> mapped = Catalogue::open(snapshot, directory + kDatabase);
     if (mapped && mapped.value()->generation() == *generation) {
         return mapped;
     }
@@ -241,6 +241,17 @@ Expected<UpdateReport> Index::crawlRoots(std::vector<RootRecord>& roots, const O
         total.crawl.unreadable += report->crawl.unreadable;
         total.crawl.detailed += report->crawl.detailed;
         total.crawl.cancelled = total.crawl.cancelled || report->crawl.cancelled;
+    }
+    if (m_services.importer && !total.crawl.cancelled) {
+        ImportPass pass(*m_store, *m_services.importer);
+        Expected<ImportReport> imported = pass.importPending(options.cancel, options.importProgress);
+        if (!imported) {
+            return imported.error();
+        }
+        total.imported = imported->imported;
+        total.importFailed = imported->failed;
+        total.importProblem = imported->unavailable;
+        total.crawl.cancelled = imported->cancelled;
     }
     if (auto refreshed = refreshCatalogue(); !refreshed) {
         return refreshed.error();
@@ -425,6 +436,24 @@ Expected<IndexStatus> statusOf(Store& store, const std::string& directory)
         return unreadable.error();
     }
     status.unreadable = std::move(*unreadable);
+    Expected<ImportCounts> counts = store.importCounts();
+    if (!counts) {
+        return counts.error();
+    }
+    status.imports = *counts;
+    Expected<std::vector<ImportRecord>> failed = store.failedImports();
+    if (!failed) {
+        return failed.error();
+    }
+    for (const ImportRecord& record : *failed) {
+        Expected<std::string> path = store.itemPath(record.item);
+        if (!path) {
+            return path.error();
+        }
+        status.importFailures.push_back(
+            {std::move(*path), record.importer, record.error, record.attempts,
+             record.mayRetry && record.attempts < kMaxImportAttempts});
+    }
     return status;
 }
 
@@ -456,7 +485,9 @@ Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
     }
     // The saved snapshot, mapped: its pages are shared with every reader and
     // the page cache rather than held on the heap.
-    if (Expected<std::shared_ptr<const Catalogue>> mapped = Catalogue::open(m_directory + kCatalogue); mapped) {
+    Expected<std::shared_ptr<const Catalogue>> mapped =
+        Catalogue::open(m_directory + kCatalogue, m_directory + kDatabase);
+    if (mapped) {
         return mapped;
     }
     return built;

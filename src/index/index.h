@@ -13,6 +13,8 @@
 
 #include "index/catalogue.h"
 #include "index/expected.h"
+#include "index/import/content_importer.h"
+#include "index/import/import_pass.h"
 #include "index/store.h"
 #include "index/updater.h"
 
@@ -25,11 +27,22 @@
 namespace trovara::index {
 
 // What the index needs from the rest of the engine: name folding, types,
-// last-use dates. Tests may give simpler ones.
+// last-use dates, and what reads files' content (none: files are indexed
+// without their content). Tests may give simpler ones.
 struct IndexServices {
     NameFolder fold;
     TypeResolver types;
     std::function<Nanoseconds(const std::string& path, const FileInfo&)> lastUsed;
+    std::shared_ptr<ContentImporter> importer;
+};
+
+// A file whose import failed, as `trova index status` lists it.
+struct ImportFailure {
+    std::string path;
+    std::string importer;
+    std::string error;
+    int attempts = 0;
+    bool willRetry = false;  // tried again on the next update
 };
 
 struct IndexStatus {
@@ -39,6 +52,8 @@ struct IndexStatus {
     std::int64_t catalogueBytes = 0;
     Nanoseconds lastUpdate = 0;
     std::vector<UnreadableFolder> unreadable;
+    ImportCounts imports;
+    std::vector<ImportFailure> importFailures;
 };
 
 class Index {
@@ -65,9 +80,11 @@ public:
         int threads = 0;
         const std::atomic<bool>* cancel = nullptr;
         Updater::ProgressCallback progress;
+        ImportPass::ProgressCallback importProgress;
     };
 
-    // Adds folders and crawls them. A folder inside an existing root adds
+    // Adds folders and crawls them (and imports what is new or changed, when
+    // the services have an importer; see UpdateReport::imports). A folder inside an existing root adds
     // nothing; a folder that holds existing roots takes their place.
     Expected<UpdateReport> addRoots(const std::vector<std::string>& folders, const Options& options);
     Expected<void> removeRoots(const std::vector<std::string>& folders);

@@ -1,6 +1,7 @@
 #include "index/item_attributes.h"
 
 #include "index/list_text.h"
+#include "index/text_index.h"
 
 #include <algorithm>
 
@@ -124,6 +125,32 @@ std::optional<query::AttributeValue> fileSystemAttribute(std::string_view key, c
     return std::nullopt;
 }
 
+namespace {
+
+// The content dates importers read (EXIF, PDF …) come before the file's own.
+bool importedFirst(std::string_view key)
+{
+    return key == "kMDItemContentCreationDate" || key == "kMDItemContentModificationDate";
+}
+
+}  // namespace
+
+std::optional<query::AttributeValue> itemAttribute(std::string_view key, const ItemFacts& facts)
+{
+    if (importedFirst(key)) {
+        if (std::optional<query::AttributeValue> imported = facts.importedAttribute(key)) {
+            return imported;
+        }
+    }
+    if (std::optional<query::AttributeValue> value = fileSystemAttribute(key, facts)) {
+        return value;
+    }
+    if (key == "kMDItemTextContent") {
+        return std::nullopt;  // searchable, never read back
+    }
+    return facts.importedAttribute(key);
+}
+
 std::map<std::string, query::AttributeValue> allAttributes(const ItemFacts& facts)
 {
     std::map<std::string, query::AttributeValue> values;
@@ -132,6 +159,11 @@ std::map<std::string, query::AttributeValue> allAttributes(const ItemFacts& fact
             values.emplace(key, std::move(*value));
         }
     }
+    facts.forEachImportedAttribute([&](std::string_view key, query::AttributeValue&& value) {
+        if (key != "kMDItemTextContent") {
+            values.insert_or_assign(std::string(key), std::move(value));
+        }
+    });
     return values;
 }
 
@@ -168,6 +200,48 @@ std::vector<std::string> CatalogueFacts::whereFroms() const
     return value ? splitList(*value) : std::vector<std::string>{};
 }
 
+std::optional<std::string> CatalogueFacts::textContent() const
+{
+    TextIndex* text = TextIndex::forThisThread(m_catalogue.databasePath());
+    if (!text) {
+        return std::nullopt;
+    }
+    Expected<std::optional<std::string>> content = text->text(m_catalogue.storeId(m_item));
+    return content ? *content : std::nullopt;
+}
+
+std::optional<query::AttributeValue> FileFacts::importedAttribute(std::string_view key) const
+{
+    if (!m_imported.attributes) {
+        return std::nullopt;
+    }
+    const query::AttributeValue* value = findImported(*m_imported.attributes, key);
+    return value ? std::optional<query::AttributeValue>(*value) : std::nullopt;
+}
+
+void FileFacts::forEachImportedAttribute(
+    const std::function<void(std::string_view, query::AttributeValue&&)>& visit) const
+{
+    if (m_imported.attributes) {
+        for (const ImportedAttribute& attribute : *m_imported.attributes) {
+            visit(attribute.key, query::AttributeValue(attribute.value));
+        }
+    }
+}
+
+std::optional<std::string> FileFacts::textContent() const
+{
+    if (!m_imported.hasText) {
+        return std::nullopt;
+    }
+    TextIndex* text = TextIndex::forThisThread(m_imported.databasePath);
+    if (!text) {
+        return std::nullopt;
+    }
+    Expected<std::optional<std::string>> content = text->text(m_imported.storeId);
+    return content ? *content : std::nullopt;
+}
+
 FileFacts::FileFacts(std::string path, FileInfo info, FileDetails details, TypeInfo type, Nanoseconds lastUsed)
     : m_path(std::move(path))
     , m_info(std::move(info))
@@ -184,9 +258,17 @@ const query::AttributeValue* FactsItemView::attribute(std::string_view key) cons
             return value ? &*value : nullptr;
         }
     }
-    m_cache.emplace_back(std::string(key), fileSystemAttribute(key, m_facts));
+    m_cache.emplace_back(std::string(key), itemAttribute(key, m_facts));
     const auto& value = m_cache.back().second;
     return value ? &*value : nullptr;
+}
+
+std::optional<std::string_view> FactsItemView::textContent() const
+{
+    if (!m_text) {
+        m_text = m_facts.textContent();
+    }
+    return *m_text ? std::optional<std::string_view>(**m_text) : std::nullopt;
 }
 
 }  // namespace trovara::index

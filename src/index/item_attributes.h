@@ -3,9 +3,10 @@
 // not cover (read on the spot).
 //
 // Both derive the values the same way from the same facts (name, stat times,
-// type, extended attributes), so an item answers a query identically
-// whether it is found through the index or by a crawl of a folder outside
-// it.
+// type, extended attributes, and what importers found), so an item answers a
+// query identically whether it is found through the index or by a crawl of
+// a folder outside it. (A crawl imports nothing: files outside the index
+// have no imported attributes and no text content.)
 //
 // Thread safety: a view belongs to one thread; catalogues and file records
 // may be shared.
@@ -16,6 +17,7 @@
 #include "index/query/item_view.h"
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -57,10 +59,22 @@ public:
     virtual std::optional<std::string> comment() const = 0;
     virtual std::vector<std::string> tags() const = 0;
     virtual std::vector<std::string> whereFroms() const = 0;
+
+    // What importers found; none by default.
+    virtual std::optional<query::AttributeValue> importedAttribute(std::string_view) const { return std::nullopt; }
+    virtual void forEachImportedAttribute(const std::function<void(std::string_view, query::AttributeValue&&)>&) const
+    {
+    }
+    // The text content (read from the index's full text when asked).
+    virtual std::optional<std::string> textContent() const { return std::nullopt; }
 };
 
 // The value of one file-system attribute, or none.
 std::optional<query::AttributeValue> fileSystemAttribute(std::string_view key, const ItemFacts& facts);
+
+// The value of any attribute: what importers found where they found it
+// (their content dates before the file system's), else the file system's.
+std::optional<query::AttributeValue> itemAttribute(std::string_view key, const ItemFacts& facts);
 
 // Every attribute the item has, by key.
 std::map<std::string, query::AttributeValue> allAttributes(const ItemFacts& facts);
@@ -93,10 +107,29 @@ public:
     std::optional<std::string> comment() const override;
     std::vector<std::string> tags() const override;
     std::vector<std::string> whereFroms() const override;
+    std::optional<query::AttributeValue> importedAttribute(std::string_view key) const override
+    {
+        return m_catalogue.importedAttribute(m_item, key);
+    }
+    void forEachImportedAttribute(
+        const std::function<void(std::string_view, query::AttributeValue&&)>& visit) const override
+    {
+        m_catalogue.forEachImportedAttribute(m_item, visit);
+    }
+    std::optional<std::string> textContent() const override;
 
 private:
     const Catalogue& m_catalogue;
     ItemIndex m_item;
+};
+
+// What the index imported from a file read on the spot: its attributes, and
+// where its text is.
+struct ImportedContent {
+    std::shared_ptr<const ImportedAttributes> attributes;
+    std::string databasePath;  // the index that holds the text
+    std::int64_t storeId = 0;
+    bool hasText = false;
 };
 
 // The facts of a file read on the spot.
@@ -121,8 +154,13 @@ public:
     std::optional<std::string> comment() const override { return m_details.attributes.comment; }
     std::vector<std::string> tags() const override { return m_details.attributes.tags; }
     std::vector<std::string> whereFroms() const override { return m_details.attributes.whereFroms; }
+    std::optional<query::AttributeValue> importedAttribute(std::string_view key) const override;
+    void forEachImportedAttribute(
+        const std::function<void(std::string_view, query::AttributeValue&&)>& visit) const override;
+    std::optional<std::string> textContent() const override;
 
     void setNodeCount(std::uint32_t count) { m_nodeCount = count; }
+    void setImported(ImportedContent content) { m_imported = std::move(content); }
     const FileInfo& info() const { return m_info; }
     const FileDetails& details() const { return m_details; }
 
@@ -133,6 +171,7 @@ private:
     TypeInfo m_type;
     Nanoseconds m_lastUsed;
     std::uint32_t m_nodeCount = 0;
+    ImportedContent m_imported;
 };
 
 // An ItemView over facts: each attribute is computed when the evaluator
@@ -144,13 +183,18 @@ public:
     {
     }
     // Forget computed values (call after the facts moved to another item).
-    void reset() { m_cache.clear(); }
+    void reset()
+    {
+        m_cache.clear();
+        m_text.reset();
+    }
 
     const query::AttributeValue* attribute(std::string_view key) const override;
-    std::optional<std::string_view> textContent() const override { return std::nullopt; }
+    std::optional<std::string_view> textContent() const override;
 
 private:
     const ItemFacts& m_facts;
+    mutable std::optional<std::optional<std::string>> m_text;  // read once, when first asked
     // A deque: pointers handed out stay valid as the cache grows.
     mutable std::deque<std::pair<std::string, std::optional<query::AttributeValue>>> m_cache;
 };

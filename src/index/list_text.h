@@ -11,6 +11,17 @@ namespace trovara::index {
 
 inline constexpr char kListSeparator = '\x1f';
 
+// The text without the white space around it.
+inline std::string_view trimmed(std::string_view text)
+{
+    constexpr std::string_view kSpace = " \t\r\n\v\f";
+    const std::size_t first = text.find_first_not_of(kSpace);
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
+}
+
 inline std::string joinList(const std::vector<std::string>& list, char separator = kListSeparator)
 {
     std::string joined;

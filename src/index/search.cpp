@@ -4,6 +4,7 @@
 #include "index/list_text.h"
 #include "index/query/evaluator.h"
 #include "index/query/glob.h"
+#include "index/text_search.h"
 
 #include <algorithm>
 #include <cstring>
@@ -38,7 +39,10 @@ enum class Source : std::uint8_t {
     Comment,
     Tags,
     WhereFroms,
-    Absent,  // not a file-system attribute: no catalogue item has it
+    ContentCreated,   // an imported content date, else the file's
+    ContentModified,
+    Imported,  // what importers found
+    Absent,    // no catalogue item has it
 };
 
 Source sourceFor(std::string_view key)
@@ -54,9 +58,9 @@ Source sourceFor(std::string_view key)
         {"kMDItemFSSize", Source::Size},
         {"kMDItemFSNodeCount", Source::NodeCount},
         {"kMDItemFSCreationDate", Source::Created},
-        {"kMDItemContentCreationDate", Source::Created},
+        {"kMDItemContentCreationDate", Source::ContentCreated},
         {"kMDItemFSContentChangeDate", Source::Modified},
-        {"kMDItemContentModificationDate", Source::Modified},
+        {"kMDItemContentModificationDate", Source::ContentModified},
         {"kMDItemAttributeChangeDate", Source::Changed},
         {"kMDItemLastUsedDate", Source::LastUsed},
         {"kMDItemKind", Source::Kind},
@@ -89,6 +93,15 @@ struct Target {
     Source source = Source::Absent;
     std::size_t index = 0;        // the matcher's target index
     std::vector<char> perType;    // type sources: whether the value holds, per type
+    std::uint16_t importedKey = 0;  // imported values: the catalogue's key number
+};
+
+// Items of the catalogue as a set, for a text comparison decided up front.
+struct ItemSet {
+    std::vector<ItemIndex> items;      // ascending
+    std::vector<std::uint64_t> bits;   // one per catalogue item
+
+    bool contains(ItemIndex i) const { return (bits[i / 64] >> (i % 64)) & 1; }
 };
 
 struct Leaf {
@@ -103,6 +116,9 @@ struct Leaf {
     std::vector<std::string> literals;      // names: texts a matching folded name contains
     bool constant = false;                  // the answer is the same for every item
     bool constantValue = false;
+    // Text content comparisons: the items whose text holds (for presence
+    // and null tests: that have text), found before the scan.
+    std::shared_ptr<const ItemSet> text;
 };
 
 struct PlanNode {
@@ -131,6 +147,22 @@ struct CatalogueQuery::Plan {
     PlanNode root;
     // Candidates: from a name that must contain a text.
     std::string requiredLiteral;
+    // Candidates: from a text comparison every match must satisfy.
+    std::shared_ptr<const ItemSet> requiredText;
+    std::optional<Failure> textFailure;
+
+    // The value of an imported attribute, or what the file system gives in
+    // its place (content dates).
+    std::optional<Scalar> contentDate(const Target& target, const Catalogue& c, ItemIndex i) const
+    {
+        if (target.importedKey) {
+            if (auto value = c.importedAttribute(i, target.importedKey); value && !value->elements().empty()) {
+                return value->elements().front();
+            }
+        }
+        const CoreRecord& core = c.core(i);
+        return Scalar(dateOf(target.source == Source::ContentCreated ? core.created : core.modified));
+    }
 
     bool present(const Leaf& leaf, const Target& target, const Catalogue& c, ItemIndex i) const
     {
@@ -153,6 +185,10 @@ struct CatalogueQuery::Plan {
             return c.attribute(i, AttributeKey::Tags).has_value();
         case Source::WhereFroms:
             return c.attribute(i, AttributeKey::WhereFroms).has_value();
+        case Source::Imported: {
+            const auto value = c.importedAttribute(i, target.importedKey);
+            return value && !value->elements().empty();
+        }
         case Source::Absent:
             return false;
         default:
@@ -218,6 +254,21 @@ struct CatalogueQuery::Plan {
             }
             return false;
         }
+        case Source::ContentCreated:
+        case Source::ContentModified:
+            return m.scalarHolds(target.index, *contentDate(target, c, i));
+        case Source::Imported: {
+            const auto value = c.importedAttribute(i, target.importedKey);
+            if (!value) {
+                return false;
+            }
+            for (const Scalar& element : value->elements()) {
+                if (m.scalarHolds(target.index, element)) {
+                    return true;
+                }
+            }
+            return false;
+        }
         case Source::Absent:
             return false;
         }
@@ -232,17 +283,21 @@ struct CatalogueQuery::Plan {
         bool result = false;
         switch (leaf.matcher.kind()) {
         case ComparisonMatcher::Kind::Scalar:
+            result = leaf.text && leaf.text->contains(i);
             for (const Target& target : leaf.targets) {
-                if (holds(leaf, target, c, i)) {
-                    result = true;
+                if (result) {
                     break;
                 }
+                result = holds(leaf, target, c, i);
             }
             break;
         case ComparisonMatcher::Kind::Presence:
         case ComparisonMatcher::Kind::Null: {
-            bool any = false;
+            bool any = leaf.text && leaf.text->contains(i);
             for (const Target& target : leaf.targets) {
+                if (any) {
+                    break;
+                }
                 if (present(leaf, target, c, i)) {
                     any = true;
                     break;
@@ -302,6 +357,12 @@ struct CatalogueQuery::Plan {
             Target target;
             target.source = sourceFor(m.targetKey(t));
             target.index = t;
+            if (const auto key = catalogue.importedKey(m.targetKey(t))) {
+                if (target.source == Source::Absent) {
+                    target.source = Source::Imported;
+                }
+                target.importedKey = *key;
+            }
             if (target.source == Source::Absent) {
                 continue;  // never present, never holds
             }
@@ -330,7 +391,10 @@ struct CatalogueQuery::Plan {
             }
             leaf.targets.push_back(std::move(target));
         }
-        // The catalogue holds no text content: an item never has it.
+        if (m.looksAtTextContent()) {
+            leaf.text = textItems(m, catalogue);
+            anyFromCatalogue = anyFromCatalogue || leaf.text;
+        }
         if (!anyFromCatalogue) {
             leaf.constant = true;
             leaf.constantValue = m.matches(query::MemoryItem());
@@ -340,8 +404,36 @@ struct CatalogueQuery::Plan {
         return plan;
     }
 
+    // The catalogue's items whose text makes the comparison hold, through
+    // the full text of the database the catalogue was built from. None when
+    // there is no full text to ask (then no item has text content).
+    std::shared_ptr<const ItemSet> textItems(const ComparisonMatcher& matcher, const Catalogue& catalogue)
+    {
+        TextIndex* text = TextIndex::forThisThread(catalogue.databasePath());
+        if (!text) {
+            return nullptr;
+        }
+        Expected<std::vector<std::int64_t>> ids = itemsWhoseTextHolds(*text, matcher);
+        if (!ids) {
+            textFailure = ids.error();
+            return nullptr;
+        }
+        auto set = std::make_shared<ItemSet>();
+        set->bits.assign(catalogue.size() / 64 + 1, 0);
+        for (const std::int64_t id : *ids) {
+            if (const std::optional<ItemIndex> item = catalogue.itemWithStoreId(id)) {
+                set->items.push_back(*item);
+                set->bits[*item / 64] |= std::uint64_t{1} << (*item % 64);
+            }
+        }
+        std::sort(set->items.begin(), set->items.end());
+        return set;
+    }
+
     // A name comparison every match must satisfy, found through the ANDs
-    // from the root: its longest required text gives the candidates.
+    // from the root: its longest required text gives the candidates. A text
+    // comparison every match must satisfy gives them even better: its
+    // matches are already known.
     void chooseCandidates(const PlanNode& node)
     {
         if (node.kind == Node::Kind::And) {
@@ -354,6 +446,11 @@ struct CatalogueQuery::Plan {
             return;
         }
         const Leaf& leaf = leaves[static_cast<std::size_t>(node.leaf)];
+        if (leaf.text && leaf.targets.empty() && !leaf.matcher.negated()
+            && leaf.matcher.kind() != ComparisonMatcher::Kind::Null
+            && (!requiredText || leaf.text->items.size() < requiredText->items.size())) {
+            requiredText = leaf.text;
+        }
         if (leaf.constant || leaf.matcher.negated() || leaf.matcher.kind() != ComparisonMatcher::Kind::Scalar
             || leaf.targets.size() != 1 || leaf.targets.front().source != Source::Name) {
             return;
@@ -414,8 +511,16 @@ CatalogueQuery::CatalogueQuery(std::shared_ptr<const Catalogue> catalogue, const
 
 CatalogueQuery::~CatalogueQuery() = default;
 
+const std::optional<Failure>& CatalogueQuery::textFailure() const
+{
+    return m_plan->textFailure;
+}
+
 std::string CatalogueQuery::strategy() const
 {
+    if (m_plan->requiredText) {
+        return "text";
+    }
     if (m_plan->requiredLiteral.size() >= 3) {
         return "trigrams";
     }
@@ -427,6 +532,20 @@ void CatalogueQuery::run(const std::vector<ItemRange>& ranges, const std::functi
     const Catalogue& c = *m_catalogue;
     const Plan& plan = *m_plan;
     const std::string& literal = plan.requiredLiteral;
+
+    if (plan.requiredText) {
+        const std::vector<ItemIndex>& candidates = plan.requiredText->items;
+        auto next = candidates.begin();
+        for (const ItemRange& range : ranges) {
+            next = std::lower_bound(next, candidates.end(), range.begin);
+            for (; next != candidates.end() && *next < range.end; ++next) {
+                if (plan.evaluate(plan.root, c, *next) && !found(*next)) {
+                    return;
+                }
+            }
+        }
+        return;
+    }
 
     if (literal.empty()) {
         for (const ItemRange& range : ranges) {

@@ -4,7 +4,10 @@
 // straight from the catalogue's arrays (a name against its pre-folded form,
 // a size or date against the core record, a type once per distinct type)
 // and decide them through query::ComparisonMatcher, so the plan gives the
-// evaluator's answers by construction. Candidates come from the trigram
+// evaluator's answers by construction. Comparisons of the text content are
+// decided before the scan, through the full text of the catalogue's database
+// (text_search.h), and read as sets of items during it. Candidates come from
+// such a text comparison when the query requires one, else from the trigram
 // index when the query requires a name to contain a text of three bytes or
 // more, from one pass over the folded names when it requires a shorter one,
 // and otherwise from the whole scope. The plain evaluator over the same
@@ -20,6 +23,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,9 +62,13 @@ public:
     // The same answer through the plain evaluator, item by item.
     std::vector<ItemIndex> matchesWithEvaluator(const std::vector<ItemRange>& ranges) const;
 
-    // How the plan finds its candidates ("trigrams", "name scan", "all"),
-    // for tests and benchmarks.
+    // How the plan finds its candidates ("text", "trigrams", "name scan",
+    // "all"), for tests and benchmarks.
     std::string strategy() const;
+
+    // Why the full text could not be searched, if it could not (its
+    // comparisons then hold for no item).
+    const std::optional<Failure>& textFailure() const;
 
 private:
     struct Plan;

@@ -2,6 +2,7 @@
 
 #include "index/fs/recently_used.h"
 #include "index/fs/type_tree.h"
+#include "index/import/helper_importer.h"
 #include "index/text/folding.h"
 
 #include <memory>
@@ -19,6 +20,7 @@ IndexServices standardServices()
     services.lastUsed = [recent](const std::string& path, const FileInfo& info) {
         return recent->lastUsedDate(path, info).value_or(0);
     };
+    services.importer = std::make_shared<HelperImporter>(HelperImporter::defaultOptions());
     return services;
 }
 

@@ -1,7 +1,8 @@
 // The services every Trovara program hands to the index: name folding as
 // the catalogue keeps names, type descriptions from the type tree, and
 // last-use dates from the desktop's recently-used list (read once, when
-// the services are made).
+// the services are made), and importers in trovara-importer helper
+// processes (started when first needed).
 #pragma once
 
 #include "index/index.h"

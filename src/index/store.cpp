@@ -1,6 +1,7 @@
 #include "index/store.h"
 
 #include "index/list_text.h"
+#include "index/text_tokens.h"
 
 #include <sqlite3.h>
 
@@ -51,6 +52,78 @@ CREATE TABLE items (
 CREATE INDEX items_parent_name ON items(parent, name);
 CREATE TABLE unreadable (path TEXT PRIMARY KEY NOT NULL, error INTEGER NOT NULL, seen INTEGER NOT NULL) WITHOUT ROWID;
 )sql";
+
+// Added in format 2: what importers found. The triggers forget an import
+// when its item goes or its content changes.
+constexpr const char* kImportSchema = R"sql(
+CREATE TABLE imports (
+  item INTEGER PRIMARY KEY,
+  importer TEXT NOT NULL,
+  failed INTEGER NOT NULL,
+  attempts INTEGER NOT NULL,
+  retry INTEGER NOT NULL,
+  error TEXT,
+  finished INTEGER NOT NULL,
+  truncated INTEGER NOT NULL,
+  attributes BLOB
+);
+CREATE VIRTUAL TABLE text_content USING fts5(text, tokenize = 'trovara', detail = none);
+CREATE VIRTUAL TABLE text_terms USING fts5vocab(text_content, row);
+CREATE TRIGGER items_removed AFTER DELETE ON items BEGIN
+  DELETE FROM imports WHERE item = old.id;
+  DELETE FROM text_content WHERE rowid = old.id;
+END;
+CREATE TRIGGER items_content_changed AFTER UPDATE OF kind, size, modified, device, inode ON items
+WHEN old.kind IS NOT new.kind OR old.size IS NOT new.size OR old.modified IS NOT new.modified
+  OR old.device IS NOT new.device OR old.inode IS NOT new.inode
+BEGIN
+  DELETE FROM imports WHERE item = old.id;
+  DELETE FROM text_content WHERE rowid = old.id;
+END;
+)sql";
+
+// The full text's tokenizer (text_tokens.h): documents give every word and
+// its suffix runs, queries the words as they are.
+struct Tokenizer {};
+
+int createTokenizer(void*, const char**, int, Fts5Tokenizer** out)
+{
+    static Tokenizer instance;
+    *out = reinterpret_cast<Fts5Tokenizer*>(&instance);
+    return SQLITE_OK;
+}
+
+void deleteTokenizer(Fts5Tokenizer*) {}
+
+int tokenize(Fts5Tokenizer*, void* context, int flags, const char* text, int length,
+             int (*token)(void*, int, const char*, int, int, int))
+{
+    const bool document = (flags & FTS5_TOKENIZE_QUERY) == 0;
+    const std::string_view whole(text, length > 0 ? static_cast<std::size_t>(length) : 0);
+    int rc = SQLITE_OK;
+    forEachTerm(whole, document, [&](std::string_view term, bool colocated) {
+        rc = token(context, colocated ? FTS5_TOKEN_COLOCATED : 0, term.data(), static_cast<int>(term.size()), 0, 0);
+        return rc == SQLITE_OK;
+    });
+    return rc;
+}
+
+bool registerTokenizer(sqlite3* db)
+{
+    fts5_api* api = nullptr;
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(db, "SELECT fts5(?1)", -1, &statement, nullptr) != SQLITE_OK) {
+        return false;
+    }
+    sqlite3_bind_pointer(statement, 1, static_cast<void*>(&api), "fts5_api_ptr", nullptr);
+    sqlite3_step(statement);
+    sqlite3_finalize(statement);
+    if (!api || api->iVersion < 2) {
+        return false;
+    }
+    fts5_tokenizer tokenizer{createTokenizer, deleteTokenizer, tokenize};
+    return api->xCreateTokenizer(api, "trovara", nullptr, &tokenizer, nullptr) == SQLITE_OK;
+}
 
 // A prepared statement, reset after every use.
 class Statement {
@@ -194,6 +267,8 @@ struct Store::Statements {
     Statement selectRoots, insertRoot, updateRoot, deleteRoot;
     Statement selectMime, insertMime, allMime;
     Statement setUnreadable, clearUnreadable, allUnreadable;
+    Statement saveImport, deleteText, insertText, pendingImports, failedImports, countImports, countTexts;
+    Statement importedAttributes, storedImport, itemPath, selectText, matchText, allTexts, allTerms;
 };
 
 Store::~Store()
@@ -244,6 +319,9 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
     }
     sqlite3_extended_result_codes(store->m_db, 1);
     sqlite3_busy_timeout(store->m_db, 10000);
+    if (!registerTokenizer(store->m_db)) {
+        return store->failure("no full-text search in this SQLite");
+    }
 
     std::int64_t applicationId = 0;
     std::int64_t formatVersion = 0;
@@ -274,6 +352,10 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         }
     } else if (applicationId != kApplicationId) {
         return Failure{Failure::Kind::Corrupt, "index database " + path + " is not a Trovara index"};
+    } else if (formatVersion == 1 && mode == Mode::ReadWrite) {
+        if (auto upgraded = store->upgradeSchema(); !upgraded) {
+            return upgraded.error();
+        }
     } else if (formatVersion != kFormatVersion) {
         return Failure{Failure::Kind::Version, "index database " + path + " has format version "
                                                    + std::to_string(formatVersion) + ", this Trovara reads version "
@@ -327,6 +409,31 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.setUnreadable, "INSERT OR REPLACE INTO unreadable (path, error, seen) VALUES (?1, ?2, ?3)"},
         {&s.clearUnreadable, "DELETE FROM unreadable WHERE path = ?1 OR substr(path, 1, length(?1) + 1) = ?1 || '/'"},
         {&s.allUnreadable, "SELECT path, error, seen FROM unreadable ORDER BY path"},
+        {&s.saveImport,
+         "INSERT OR REPLACE INTO imports (item, importer, failed, attempts, retry, error, finished, truncated, "
+         "attributes) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)"},
+        {&s.deleteText, "DELETE FROM text_content WHERE rowid = ?1"},
+        {&s.insertText, "INSERT INTO text_content (rowid, text) VALUES (?1, ?2)"},
+        {&s.pendingImports,
+         "SELECT items.id, items.parent, items.name, items.type, coalesce(imports.attempts, 0) FROM items "
+         "LEFT JOIN imports ON imports.item = items.id WHERE items.kind = 0 AND "
+         "(imports.item IS NULL OR (imports.failed AND imports.retry AND imports.attempts < ?1)) ORDER BY items.id"},
+        {&s.failedImports,
+         "SELECT item, importer, attempts, error, finished, truncated, retry FROM imports WHERE failed ORDER BY item"},
+        {&s.countImports, "SELECT count(*), coalesce(sum(failed), 0) FROM imports"},
+        {&s.countTexts, "SELECT count(*) FROM text_content"},
+        {&s.importedAttributes, "SELECT item, attributes FROM imports WHERE attributes IS NOT NULL ORDER BY item"},
+        {&s.storedImport,
+         "SELECT attributes, EXISTS (SELECT 1 FROM text_content WHERE rowid = ?1) FROM imports "
+         "WHERE item = ?1 AND NOT failed"},
+        {&s.itemPath,
+         "WITH RECURSIVE up(id, parent, name, depth) AS (SELECT id, parent, name, 0 FROM items WHERE id = ?1 "
+         "UNION ALL SELECT items.id, items.parent, items.name, up.depth + 1 FROM items JOIN up ON items.id = up.parent) "
+         "SELECT name FROM up ORDER BY depth DESC"},
+        {&s.selectText, "SELECT text FROM text_content WHERE rowid = ?1"},
+        {&s.matchText, "SELECT rowid FROM text_content WHERE text_content MATCH ?1 ORDER BY rowid"},
+        {&s.allTexts, "SELECT rowid FROM text_content ORDER BY rowid"},
+        {&s.allTerms, "SELECT term FROM text_terms"},
     };
     // Read-only connections prepare the writes too: it checks that the schema
     // is the one this version expects.
@@ -359,8 +466,23 @@ Expected<void> Store::createSchema()
     }
     const std::string pragmas = "PRAGMA application_id=" + std::to_string(kApplicationId)
                                 + "; PRAGMA user_version=" + std::to_string(kFormatVersion) + ";";
-    for (const char* sql : {pragmas.c_str(), kSchema, "INSERT INTO meta (key, value) VALUES ('generation', 0)",
-                            "COMMIT"}) {
+    for (const char* sql : {pragmas.c_str(), kSchema, kImportSchema,
+                            "INSERT INTO meta (key, value) VALUES ('generation', 0)", "COMMIT"}) {
+        if (auto r = exec(sql); !r) {
+            (void)exec("ROLLBACK");
+            return r;
+        }
+    }
+    return {};
+}
+
+Expected<void> Store::upgradeSchema()
+{
+    if (auto r = exec("BEGIN IMMEDIATE"); !r) {
+        return r;
+    }
+    const std::string version = "PRAGMA user_version=" + std::to_string(kFormatVersion) + ";";
+    for (const char* sql : {kImportSchema, version.c_str(), "COMMIT"}) {
         if (auto r = exec(sql); !r) {
             (void)exec("ROLLBACK");
             return r;
@@ -694,6 +816,229 @@ Expected<std::vector<UnreadableFolder>> Store::unreadable()
         return failure("reading unreadable folders");
     }
     return list;
+}
+
+Expected<void> Store::saveImport(const ImportRecord& record, const std::optional<std::string>& text)
+{
+    {
+        Statement& s = m_statements->saveImport;
+        Reset r{s};
+        s.bind(1, record.item);
+        s.bindText(2, record.importer);
+        s.bind(3, record.failed ? 1 : 0);
+        s.bind(4, record.attempts);
+        s.bind(5, record.mayRetry ? 1 : 0);
+        if (record.error.empty()) {
+            s.bindNull(6);
+        } else {
+            s.bindText(6, record.error);
+        }
+        s.bind(7, record.finished);
+        s.bind(8, record.truncated ? 1 : 0);
+        if (record.attributes) {
+            s.bindBlob(9, *record.attributes);
+        } else {
+            s.bindNull(9);
+        }
+        if (s.step() != SQLITE_DONE) {
+            return failure("recording an import");
+        }
+    }
+    {
+        Statement& s = m_statements->deleteText;
+        Reset r{s};
+        s.bind(1, record.item);
+        if (s.step() != SQLITE_DONE) {
+            return failure("replacing a text");
+        }
+    }
+    if (!text || text->empty()) {
+        return {};
+    }
+    Statement& s = m_statements->insertText;
+    Reset r{s};
+    s.bind(1, record.item);
+    s.bindText(2, *text);
+    return s.step() == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("storing a text"));
+}
+
+Expected<std::vector<PendingImport>> Store::pendingImports(int maxAttempts)
+{
+    Statement& s = m_statements->pendingImports;
+    Reset r{s};
+    s.bind(1, maxAttempts);
+    std::vector<PendingImport> list;
+    int rc;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        list.push_back({s.integer(0), s.isNull(1) ? 0 : s.integer(1), s.text(2), static_cast<std::int32_t>(s.integer(3)),
+                        static_cast<int>(s.integer(4))});
+    }
+    if (rc != SQLITE_DONE) {
+        return failure("reading what to import");
+    }
+    return list;
+}
+
+Expected<std::vector<ImportRecord>> Store::failedImports()
+{
+    Statement& s = m_statements->failedImports;
+    Reset r{s};
+    std::vector<ImportRecord> list;
+    int rc;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        ImportRecord record;
+        record.item = s.integer(0);
+        record.importer = s.text(1);
+        record.failed = true;
+        record.attempts = static_cast<int>(s.integer(2));
+        record.error = s.text(3);
+        record.finished = s.integer(4);
+        record.truncated = s.integer(5) != 0;
+        record.mayRetry = s.integer(6) != 0;
+        list.push_back(std::move(record));
+    }
+    if (rc != SQLITE_DONE) {
+        return failure("reading import failures");
+    }
+    return list;
+}
+
+Expected<ImportCounts> Store::importCounts()
+{
+    ImportCounts counts;
+    {
+        Statement& s = m_statements->countImports;
+        Reset r{s};
+        if (s.step() != SQLITE_ROW) {
+            return failure("counting imports");
+        }
+        counts.failed = s.integer(1);
+        counts.imported = s.integer(0) - counts.failed;
+    }
+    Statement& s = m_statements->countTexts;
+    Reset r{s};
+    if (s.step() != SQLITE_ROW) {
+        return failure("counting texts");
+    }
+    counts.withText = s.integer(0);
+    return counts;
+}
+
+Expected<void> Store::forEachImportedAttributes(const std::function<bool(StoreId, std::string_view)>& callback)
+{
+    Statement& s = m_statements->importedAttributes;
+    Reset r{s};
+    int rc;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        const auto* data = static_cast<const char*>(sqlite3_column_blob(s.get(), 1));
+        const auto size = static_cast<std::size_t>(sqlite3_column_bytes(s.get(), 1));
+        if (!callback(s.integer(0), std::string_view(data ? data : "", data ? size : 0))) {
+            return {};
+        }
+    }
+    return rc == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("reading imported attributes"));
+}
+
+Expected<std::optional<StoredImport>> Store::storedImport(StoreId item)
+{
+    Statement& s = m_statements->storedImport;
+    Reset r{s};
+    s.bind(1, item);
+    const int rc = s.step();
+    if (rc == SQLITE_DONE) {
+        return std::optional<StoredImport>();
+    }
+    if (rc != SQLITE_ROW) {
+        return failure("reading an import");
+    }
+    const auto* data = static_cast<const char*>(sqlite3_column_blob(s.get(), 0));
+    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(s.get(), 0));
+    return std::optional<StoredImport>(StoredImport{std::string(data ? data : "", data ? size : 0), s.integer(1) != 0});
+}
+
+Expected<std::string> Store::itemPath(StoreId item)
+{
+    Statement& s = m_statements->itemPath;
+    Reset r{s};
+    s.bind(1, item);
+    std::string path;
+    int rc;
+    bool first = true;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        const std::string name = s.text(0);
+        if (first) {
+            path = name;  // the root's item holds the root's path
+            first = false;
+        } else {
+            path += (path == "/" ? "" : "/") + name;
+        }
+    }
+    if (rc != SQLITE_DONE) {
+        return failure("reading a path");
+    }
+    return path;
+}
+
+Expected<std::optional<std::string>> Store::textContent(StoreId item)
+{
+    Statement& s = m_statements->selectText;
+    Reset r{s};
+    s.bind(1, item);
+    const int rc = s.step();
+    if (rc == SQLITE_ROW) {
+        return std::optional<std::string>(s.text(0));
+    }
+    if (rc == SQLITE_DONE) {
+        return std::optional<std::string>();
+    }
+    return failure("reading a text");
+}
+
+namespace {
+
+Expected<std::vector<StoreId>> collectIds(Statement& s, const std::function<Failure()>& fail)
+{
+    std::vector<StoreId> ids;
+    int rc;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        ids.push_back(s.integer(0));
+    }
+    if (rc != SQLITE_DONE) {
+        return fail();
+    }
+    return ids;
+}
+
+}  // namespace
+
+Expected<std::vector<StoreId>> Store::textMatches(const std::string& query)
+{
+    Statement& s = m_statements->matchText;
+    Reset r{s};
+    s.bindText(1, query);
+    return collectIds(s, [&] { return failure("searching the full text"); });
+}
+
+Expected<std::vector<StoreId>> Store::itemsWithText()
+{
+    Statement& s = m_statements->allTexts;
+    Reset r{s};
+    return collectIds(s, [&] { return failure("listing texts"); });
+}
+
+Expected<void> Store::forEachTextTerm(const std::function<bool(std::string_view)>& callback)
+{
+    Statement& s = m_statements->allTerms;
+    Reset r{s};
+    int rc;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        const char* term = s.cText(0);
+        if (!callback(term ? std::string_view(term, static_cast<std::size_t>(sqlite3_column_bytes(s.get(), 0)))
+                           : std::string_view())) {
+            return {};
+        }
+    }
+    return rc == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("reading the full text's terms"));
 }
 
 std::int64_t Store::fileSize() const

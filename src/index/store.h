@@ -1,5 +1,6 @@
 // The index database: the durable record of every indexed item, the roots,
-// the crawl state and the folders that could not be read. It is a rebuildable
+// the crawl state, the folders that could not be read, and what importers
+// found in files (attributes, text content, failures). It is a rebuildable
 // cache of the file system: a database of another format version, or a
 // damaged one, is reported and made anew, never half-read.
 //
@@ -22,6 +23,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct sqlite3;
@@ -56,12 +58,52 @@ struct UnreadableFolder {
     Nanoseconds seen = 0;
 };
 
+// What the last import of a file gave. A change of the file's content
+// (kind, size, modification time, identity) drops its record and its text,
+// so that the file is imported again.
+struct ImportRecord {
+    StoreId item = 0;
+    std::string importer;     // the importer that answered (or was asked)
+    bool failed = false;
+    int attempts = 0;         // failed tries since the content last changed
+    bool mayRetry = false;    // a failure another try may mend (a crash, a hang)
+    std::string error;        // why the last try failed
+    Nanoseconds finished = 0;
+    bool truncated = false;   // the text was cut at the limit
+    std::optional<std::string> attributes;  // ImportedAttributes, encoded
+};
+
+// A regular file that has no import record yet, or whose last import
+// failed in a way another try may mend, fewer times than allowed.
+struct PendingImport {
+    StoreId id = 0;
+    StoreId parent = 0;
+    std::string name;
+    std::int32_t type = 0;
+    int attempts = 0;
+};
+
+// What the last successful import of a file left: its encoded attributes
+// (empty when it found none) and whether it has text content.
+struct StoredImport {
+    std::string attributes;
+    bool hasText = false;
+};
+
+struct ImportCounts {
+    std::int64_t imported = 0;  // files with an import record that did not fail
+    std::int64_t failed = 0;
+    std::int64_t withText = 0;  // files with text content
+};
+
 class Store {
 public:
     // "TrIx" in the SQLite header's application id field.
     static constexpr std::int32_t kApplicationId = 0x54724978;
-    // Bumped whenever an older reader could misread the database.
-    static constexpr int kFormatVersion = 1;
+    // Bumped whenever an older reader could misread the database. A
+    // database of version 1 (no imports) is brought to version 2 in place
+    // when it is opened for writing.
+    static constexpr int kFormatVersion = 2;
 
     enum class Mode { ReadOnly, ReadWrite };
 
@@ -122,6 +164,29 @@ public:
     Expected<void> clearUnreadableBelow(const std::string& root);
     Expected<std::vector<UnreadableFolder>> unreadable();
 
+    // Imports. saveImport() replaces the file's record and its text (none:
+    // no text content).
+    Expected<void> saveImport(const ImportRecord& record, const std::optional<std::string>& text);
+    // Regular files to import (by id), leaving out files that failed
+    // `maxAttempts` times.
+    Expected<std::vector<PendingImport>> pendingImports(int maxAttempts);
+    Expected<std::vector<ImportRecord>> failedImports();
+    // None when the item has no import, or its last import failed.
+    Expected<std::optional<StoredImport>> storedImport(StoreId item);
+    Expected<ImportCounts> importCounts();
+    // The encoded attributes of every imported file, by ascending id.
+    Expected<void> forEachImportedAttributes(const std::function<bool(StoreId, std::string_view)>& callback);
+    // The item's absolute path, from its chain of names.
+    Expected<std::string> itemPath(StoreId item);
+
+    // Full text (see text_tokens.h for its terms). textMatches() takes an
+    // FTS5 query and gives the ids of the matching files, ascending.
+    Expected<std::optional<std::string>> textContent(StoreId item);
+    Expected<std::vector<StoreId>> textMatches(const std::string& query);
+    Expected<std::vector<StoreId>> itemsWithText();
+    // Every distinct term of the full text, in byte order.
+    Expected<void> forEachTextTerm(const std::function<bool(std::string_view)>& callback);
+
     // Reads the whole database to find damage (slow: for status and repair,
     // not for every open). Damage fails with Corrupt.
     Expected<void> checkIntegrity();
@@ -133,6 +198,7 @@ private:
     Store() = default;
     Expected<void> exec(const char* sql);
     Expected<void> createSchema();
+    Expected<void> upgradeSchema();
     Failure failure(const char* what) const;
 
     std::string m_path;

@@ -34,6 +34,11 @@ struct UpdateReport {
     std::uint64_t added = 0;
     std::uint64_t changed = 0;
     std::uint64_t removed = 0;
+    // Files imported after the crawl, and why there was no import at all
+    // (the importer helper could not be started), if so.
+    std::uint64_t imported = 0;
+    std::uint64_t importFailed = 0;
+    std::string importProblem;
 };
 
 class Updater {

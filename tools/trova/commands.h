@@ -3,8 +3,11 @@
 // standard output, messages to standard error.
 #pragma once
 
+#include "index/query/item_view.h"
+
 #include <QStringList>
 
+#include <map>
 #include <string>
 
 namespace trovara::cli {
@@ -21,6 +24,10 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments);
 // `trova ls FILE…`: every attribute of each file, sorted by key.
 int lsCommand(const GlobalOptions& global, const QStringList& arguments);
 
+// `trova import -L` (every importer and its content types) and `trova
+// import FILE…` (what the importers extract from each file).
+int importCommand(const GlobalOptions& global, const QStringList& arguments);
+
 // `trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] QUERY`.
 int findCommand(const GlobalOptions& global, const QStringList& arguments);
 
@@ -30,6 +37,11 @@ int daemonCommand(const GlobalOptions& global, const QStringList& arguments);
 // `trova criteria-text FILE|-`: prints the query text of a criteria tree
 // written as JSON. Exit status 0, or 2 for unreadable or invalid input.
 int criteriaText(const QStringList& arguments);
+
+// `key = value` lines, keys aligned, as `trova ls` prints attributes.
+void printAttributes(const std::map<std::string, index::query::AttributeValue>& attributes);
+// A text in double quotes, with quotes, backslashes and line breaks escaped.
+std::string quotedText(const std::string& text);
 
 // Writes "trova: message" to standard error.
 void printError(const QString& message);

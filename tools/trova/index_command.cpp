@@ -62,17 +62,28 @@ public:
         if (!m_enabled) {
             return;
         }
-        const auto now = std::chrono::steady_clock::now();
-        if (now - m_last < std::chrono::milliseconds(100)) {
+        if (!due()) {
             return;
         }
-        m_last = now;
         std::string folder = progress.folder;
         if (folder.size() > 50) {
             folder = "…" + folder.substr(folder.size() - 49);
         }
         std::fprintf(stderr, "\r\033[K%llu folders, %llu items: %s", static_cast<unsigned long long>(progress.folders),
                      static_cast<unsigned long long>(progress.entries), folder.c_str());
+        m_shown = true;
+    }
+    void showImport(const index::ImportProgress& progress)
+    {
+        if (!m_enabled || !due()) {
+            return;
+        }
+        std::string path = progress.path;
+        if (path.size() > 50) {
+            path = "…" + path.substr(path.size() - 49);
+        }
+        std::fprintf(stderr, "\r\033[Kimporting %llu of %llu: %s", static_cast<unsigned long long>(progress.done),
+                     static_cast<unsigned long long>(progress.total), path.c_str());
         m_shown = true;
     }
     void clear()
@@ -84,6 +95,17 @@ public:
     }
 
 private:
+    // At most ten redraws a second.
+    bool due()
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (now - m_last < std::chrono::milliseconds(100)) {
+            return false;
+        }
+        m_last = now;
+        return true;
+    }
+
     bool m_enabled;
     bool m_shown = false;
     std::chrono::steady_clock::time_point m_last;
@@ -129,7 +151,18 @@ int finishUpdate(const index::Expected<index::UpdateReport>& report, const char*
         std::fprintf(stderr, "; %llu folders could not be read (see trova index status)",
                      static_cast<unsigned long long>(report->crawl.unreadable));
     }
+    if (report->imported || report->importFailed) {
+        std::fprintf(stderr, "; %llu files imported", static_cast<unsigned long long>(report->imported));
+    }
+    if (report->importFailed) {
+        std::fprintf(stderr, ", %llu could not be (see trova index status)",
+                     static_cast<unsigned long long>(report->importFailed));
+    }
     std::fputc('\n', stderr);
+    if (!report->importProblem.empty()) {
+        printError(QStringLiteral("files were indexed without their content: %1")
+                       .arg(QString::fromStdString(report->importProblem)));
+    }
     if (report->crawl.cancelled) {
         std::fputs("trova: interrupted; the index keeps what was crawled so far (run trova index update to finish)\n",
                    stderr);
@@ -162,6 +195,16 @@ int printStatus(const index::Expected<index::IndexStatus>& status, const std::st
         std::printf("unreadable folders: %zu\n", status->unreadable.size());
         for (const index::UnreadableFolder& folder : status->unreadable) {
             std::printf("  %s (%s)\n", folder.path.c_str(), std::strerror(folder.error));
+        }
+    }
+    std::printf("imported: %lld files, %lld with text\n", static_cast<long long>(status->imports.imported),
+                static_cast<long long>(status->imports.withText));
+    if (!status->importFailures.empty()) {
+        std::printf("import failures: %zu\n", status->importFailures.size());
+        for (const index::ImportFailure& failure : status->importFailures) {
+            std::printf("  %s: %s (%s, %d %s%s)\n", failure.path.c_str(), failure.error.c_str(),
+                        failure.importer.c_str(), failure.attempts, failure.attempts == 1 ? "try" : "tries",
+                        failure.willRetry ? "; tried again at the next update" : "");
         }
     }
     return 0;
@@ -260,6 +303,7 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
     index::Index::Options options;
     options.cancel = &g_interrupted;
     options.progress = [&](const index::UpdateProgress& p) { progress.show(p); };
+    options.importProgress = [&](const index::ImportProgress& p) { progress.showImport(p); };
     index::Expected<index::UpdateReport> report = verb == QLatin1String("add")      ? index.addRoots(folders, options)
                                                   : verb == QLatin1String("update") ? index.update(options)
                                                                                     : index.rebuild(options);

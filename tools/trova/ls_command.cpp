@@ -15,9 +15,7 @@
 
 namespace trovara::cli {
 
-namespace {
-
-std::string quoted(const std::string& text)
+std::string quotedText(const std::string& text)
 {
     std::string out = "\"";
     for (const char c : text) {
@@ -33,10 +31,12 @@ std::string quoted(const std::string& text)
     return out + '"';
 }
 
+namespace {
+
 std::string formatScalar(const index::query::Scalar& scalar)
 {
     if (const auto* text = std::get_if<std::string>(&scalar)) {
-        return quoted(*text);
+        return quotedText(*text);
     }
     if (const auto* flag = std::get_if<bool>(&scalar)) {
         return *flag ? "1" : "0";
@@ -100,7 +100,33 @@ std::uint32_t entryCount(const std::string& folder)
     return count;
 }
 
-void print(const std::map<std::string, index::query::AttributeValue>& attributes)
+// What the importers find in a file the index does not hold (none when no
+// importer serves its type or the import fails).
+std::shared_ptr<const index::ImportedAttributes> importNow(const index::IndexServices& services, const std::string& path,
+                                                          const index::TypeInfo& type)
+{
+    if (!services.importer) {
+        return nullptr;
+    }
+    index::Expected<std::vector<index::ImporterInfo>> importers = services.importer->importers();
+    const index::ImporterInfo* importer = importers ? index::chooseImporter(*importers, type) : nullptr;
+    if (!importer) {
+        return nullptr;
+    }
+    std::shared_ptr<const index::ImportedAttributes> found;
+    (void)services.importer->importFiles({{0, path, type.mimeType, importer->name}},
+                                         [&](const index::ImportJob&, index::ImportOutcome&& outcome) {
+                                             if (outcome.imported) {
+                                                 found = std::make_shared<const index::ImportedAttributes>(
+                                                     std::move(outcome.attributes));
+                                             }
+                                         });
+    return found;
+}
+
+}  // namespace
+
+void printAttributes(const std::map<std::string, index::query::AttributeValue>& attributes)
 {
     std::size_t width = 0;
     for (const auto& [key, value] : attributes) {
@@ -110,8 +136,6 @@ void print(const std::map<std::string, index::query::AttributeValue>& attributes
         std::printf("%-*s = %s\n", static_cast<int>(width), key.c_str(), formatValue(value).c_str());
     }
 }
-
-}  // namespace
 
 int lsCommand(const GlobalOptions& global, const QStringList& arguments)
 {
@@ -147,7 +171,7 @@ int lsCommand(const GlobalOptions& global, const QStringList& arguments)
         }
         if (item) {
             const index::CatalogueFacts facts(*catalogue.value(), *item);
-            print(index::allAttributes(facts));
+            printAttributes(index::allAttributes(facts));
             continue;
         }
         index::TypeInfo type = services.types(record->details.mimeType);
@@ -157,8 +181,12 @@ int lsCommand(const GlobalOptions& global, const QStringList& arguments)
         index::FileFacts facts(path, std::move(record->info), std::move(record->details), std::move(type), lastUsed);
         if (folder) {
             facts.setNodeCount(entryCount(path));
+        } else if (facts.kind() == index::FileKind::Regular) {
+            index::ImportedContent content;
+            content.attributes = importNow(services, path, facts.type());
+            facts.setImported(std::move(content));
         }
-        print(index::allAttributes(facts));
+        printAttributes(index::allAttributes(facts));
     }
     return status;
 }

@@ -26,6 +26,8 @@ void printUsage(FILE* stream)
                "                         search the index (or folders outside it); -live\n"
                "                         then prints + PATH, - PATH, ~ PATH as files change\n"
                "  ls FILE...             print every attribute of files\n"
+               "  import -L              list the importers and the content types they read\n"
+               "  import FILE...         print what the importers extract from files\n"
                "  index add DIR...       index folders (and keep them indexed)\n"
                "  index remove DIR...    stop indexing folders\n"
                "  index update           bring the index up to date\n"
@@ -79,6 +81,9 @@ int main(int argc, char* argv[])
     }
     if (command == QLatin1String("ls")) {
         return trovara::cli::lsCommand(global, arguments);
+    }
+    if (command == QLatin1String("import")) {
+        return trovara::cli::importCommand(global, arguments);
     }
     if (command == QLatin1String("daemon")) {
         return trovara::cli::daemonCommand(global, arguments);

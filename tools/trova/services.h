@@ -1,5 +1,6 @@
 // The engine pieces the command-line tool hands to the index: name folding,
-// type descriptions and last-use dates, as the whole application uses them.
+// type descriptions, last-use dates and the importers (run in helper
+// processes, started when first needed), as the whole application uses them.
 #pragma once
 
 #include "index/index.h"

@@ -1,6 +1,7 @@
 #include "index/fs/file_details.h"
 
 #include "index/fs/sniff.h"
+#include "index/list_text.h"
 
 #include <QByteArray>
 #include <QMimeDatabase>
@@ -46,16 +47,6 @@ Nanoseconds toNanoseconds(const struct statx_timestamp& time)
 Failure statFailure(const std::string& path, int error)
 {
     return Failure{Failure::Kind::Io, "Cannot read the attributes of " + path + ": " + std::strerror(error)};
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    constexpr std::string_view kSpace = " \t\r\n\v\f";
-    const std::size_t first = text.find_first_not_of(kSpace);
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
 }
 
 // Attribute values are byte strings; some programs store a terminating NUL.

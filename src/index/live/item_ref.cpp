@@ -30,7 +30,7 @@ std::optional<query::AttributeValue> ItemRef::attribute(std::string_view key) co
     if (!isValid()) {
         return std::nullopt;
     }
-    return withFacts([&](const ItemFacts& facts) { return fileSystemAttribute(key, facts); });
+    return withFacts([&](const ItemFacts& facts) { return itemAttribute(key, facts); });
 }
 
 std::map<std::string, query::AttributeValue> ItemRef::attributes() const

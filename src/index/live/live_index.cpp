@@ -2,6 +2,7 @@
 
 #include "index/fs/crawler.h"
 #include "index/fs/file_details.h"
+#include "index/import/import_pass.h"
 
 #include <dirent.h>
 #include <set>
@@ -29,6 +30,14 @@ std::string nameOf(const std::string& path)
 std::string joinPath(const std::string& folder, const std::string& name)
 {
     return folder == "/" ? "/" + name : folder + "/" + name;
+}
+
+// What the index's records of a file's import depend on (the database
+// drops them when one of these changes).
+bool sameContent(const FileInfo& a, const FileInfo& b)
+{
+    return a.kind == b.kind && a.inode == b.inode && a.device == b.device && a.size == b.size
+           && a.modified == b.modified;
 }
 
 bool sameSignature(const FileInfo& a, const FileInfo& b)
@@ -60,6 +69,7 @@ struct LiveIndex::Batch {
     std::vector<std::string> upserted;  // paths, in order; the working view has their facts
     std::set<std::string> touchedFolders;  // whose entry counts may have changed
     std::unordered_map<std::string, std::int32_t> types;
+    std::vector<ImportPass::File> imports;  // files whose content is new: imported before the commit
 };
 
 Expected<std::unique_ptr<LiveIndex>> LiveIndex::open(const std::string& directory, IndexServices services, bool wait,
@@ -206,6 +216,10 @@ Expected<IndexChanges> LiveIndex::apply(const std::vector<PathChange>& changes)
         batch.working->upsert(factsFor(folder, *info, details, count));
         batch.upserted.push_back(folder);
     }
+    if (auto imported = importQueued(batch); !imported) {
+        store.rollback();
+        return imported.error();
+    }
     if (auto bumped = store.bumpGeneration(); !bumped) {
         store.rollback();
         return bumped.error();
@@ -308,13 +322,27 @@ Expected<void> LiveIndex::upsertPath(Batch& batch, const std::string& path)
         item.id = *id;
         batch.touchedFolders.insert(parent);
     }
+    // Only new content is imported again: a change of mode, owner or tags
+    // keeps what the last import found.
+    const bool newContent = !known || !sameContent(existing.info, *info);
+    if (info->kind == FileKind::Regular && newContent) {
+        batch.imports.push_back({item.id, path, details.mimeType});
+    }
     if (info->kind == FileKind::Directory) {
         m_folders[path] = item.id;
         if (!known) {
             return crawlNewFolder(batch, path, item.id);
         }
     }
-    batch.working->upsert(factsFor(path, *info, details, item.nodeCount));
+    std::shared_ptr<const FileFacts> facts = factsFor(path, *info, details, item.nodeCount);
+    if (info->kind == FileKind::Regular && !newContent) {
+        Expected<std::shared_ptr<const FileFacts>> kept = withStoredImport(std::move(facts), item.id);
+        if (!kept) {
+            return kept.error();
+        }
+        facts = std::move(*kept);
+    }
+    batch.working->upsert(std::move(facts));
     batch.upserted.push_back(path);
     return {};
 }
@@ -424,6 +452,9 @@ Expected<void> LiveIndex::crawlNewFolder(Batch& batch, const std::string& path, 
                     }
                     item.id = *inserted;
                 }
+                if (entry.info.kind == FileKind::Regular) {
+                    m_batch.imports.push_back({item.id, path, details.mimeType});
+                }
                 if (entry.info.kind == FileKind::Directory) {
                     m_ids[path] = item.id;
                     m_live.m_folders[path] = item.id;
@@ -459,6 +490,47 @@ Expected<void> LiveIndex::crawlNewFolder(Batch& batch, const std::string& path, 
     if (!crawled) {
         // Gone again, or unreadable: what is recorded stays as it is.
         return {};
+    }
+    return {};
+}
+
+Expected<std::shared_ptr<const FileFacts>> LiveIndex::withStoredImport(std::shared_ptr<const FileFacts> facts,
+                                                                       StoreId id)
+{
+    Expected<std::optional<StoredImport>> stored = m_index->store().storedImport(id);
+    if (!stored) {
+        return stored.error();
+    }
+    if (!*stored) {
+        return facts;
+    }
+    auto kept = std::make_shared<FileFacts>(*facts);
+    Expected<ImportedAttributes> attributes = decodeImportedAttributes((*stored)->attributes);
+    // A damaged record costs the attributes, not the change.
+    kept->setImported({attributes ? std::make_shared<const ImportedAttributes>(std::move(*attributes)) : nullptr,
+                       m_index->store().path(), id, (*stored)->hasText});
+    return std::shared_ptr<const FileFacts>(std::move(kept));
+}
+
+Expected<void> LiveIndex::importQueued(Batch& batch)
+{
+    if (!m_services.importer || batch.imports.empty()) {
+        return {};
+    }
+    ImportPass pass(m_index->store(), *m_services.importer);
+    Expected<std::vector<ImportedFile>> imported = pass.importFiles(batch.imports);
+    if (!imported) {
+        return imported.error();
+    }
+    // The files' facts, now with what was found in them.
+    for (ImportedFile& file : *imported) {
+        const auto known = batch.working->fresh().find(file.path);
+        if (known == batch.working->fresh().end()) {
+            continue;
+        }
+        auto facts = std::make_shared<FileFacts>(*known->second);
+        facts->setImported({std::move(file.attributes), m_index->store().path(), file.item, file.hasText});
+        batch.working->upsert(std::move(facts));
     }
     return {};
 }

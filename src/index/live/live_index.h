@@ -99,6 +99,9 @@ private:
     Expected<void> removePath(Batch& batch, const std::string& path);
     Expected<void> rescanFolder(Batch& batch, const std::string& path);
     Expected<void> crawlNewFolder(Batch& batch, const std::string& path, StoreId id);
+    Expected<void> importQueued(Batch& batch);
+    // The facts with what the file's last import found, read from the database.
+    Expected<std::shared_ptr<const FileFacts>> withStoredImport(std::shared_ptr<const FileFacts> facts, StoreId id);
     std::shared_ptr<const FileFacts> factsFor(const std::string& path, const FileInfo& info, const FileDetails& details,
                                               std::uint32_t nodeCount) const;
 

@@ -628,6 +628,56 @@ std::vector<std::string> ComparisonMatcher::requiredFoldedLiterals() const
     return literals;
 }
 
+std::optional<TextContentHint> ComparisonMatcher::textContentHint() const
+{
+    const CompiledNode& node = m_compiled->node;
+    if (!node.textContent || node.kind != Node::Kind::Compare || kind() != Kind::Scalar
+        || (node.comparison != Comparison::Equal && node.comparison != Comparison::NotEqual)) {
+        return std::nullopt;
+    }
+    const TextOperand& operand = node.operands.front().text;
+    TextContentHint hint;
+    hint.foldsAsTheIndex = operand.fold.caseInsensitive && operand.fold.diacriticInsensitive;
+    for (const std::string& piece : WordPattern::pieces(m_compiled->pattern)) {
+        WordPieceHint pieceHint;
+        std::string lead;
+        std::size_t i = 0;
+        for (; i < piece.size(); ++i) {
+            if (piece[i] == '\\' && i + 1 < piece.size()) {
+                lead.push_back(piece[++i]);
+            } else if (piece[i] == '*' || piece[i] == '?') {
+                break;
+            } else {
+                lead.push_back(piece[i]);
+            }
+        }
+        pieceHint.exact = i == piece.size();
+        pieceHint.beginsWith = i + 1 == piece.size() && piece[i] == '*';
+        pieceHint.prefix = text::foldForCatalogue(lead);
+        if (!hint.foldsAsTheIndex && !text::isAscii(pieceHint.prefix)) {
+            // Folded otherwise, the last character may join what follows it.
+            std::size_t end = pieceHint.prefix.size();
+            while (end > 0 && (static_cast<unsigned char>(pieceHint.prefix[--end]) & 0xC0) == 0x80) {
+            }
+            pieceHint.prefix.resize(end);
+            pieceHint.exact = false;
+            pieceHint.beginsWith = false;
+        }
+        if (pieceHint.prefix.empty()) {
+            pieceHint.exact = false;
+            pieceHint.beginsWith = false;
+            for (const std::string& run : literalRuns(piece)) {
+                std::string inner = innerPart(text::foldForCatalogue(run));
+                if (!inner.empty()) {
+                    pieceHint.contained.push_back(std::move(inner));
+                }
+            }
+        }
+        hint.pieces.push_back(std::move(pieceHint));
+    }
+    return hint;
+}
+
 Expected<bool> matchesQuery(std::string_view query, const ItemView& item, const QueryStart& start,
                             const Schema& schema)
 {

@@ -35,6 +35,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -58,6 +59,27 @@ private:
 };
 
 class Glob;
+
+// What the full-text index can be told about one piece of a word pattern
+// compared with the text content (see text_tokens.h for what the index
+// holds). Texts are folded as the index folds its terms (case and
+// diacritics).
+struct WordPieceHint {
+    // Every word candidate that matches begins with this; empty when the
+    // piece begins with a wildcard.
+    std::string prefix;
+    bool exact = false;       // the piece is the prefix and nothing else
+    bool beginsWith = false;  // the piece is the prefix followed by "*"
+    // When there is no prefix: texts every matching candidate contains.
+    std::vector<std::string> contained;
+};
+
+struct TextContentHint {
+    std::vector<WordPieceHint> pieces;  // consecutive words, in order
+    // The comparison folds case and diacritics as the index does: an index
+    // term that satisfies a piece is a word candidate that matches it.
+    bool foldsAsTheIndex = false;
+};
 
 // One comparison of a query (a Compare or InRange node) compiled exactly as
 // the evaluator compiles it, and asked about values one at a time. The
@@ -108,6 +130,10 @@ public:
     // holding "==" contains: necessary, never sufficient. Empty when
     // nothing can be told (ordering operators, patterns of wildcards only).
     std::vector<std::string> requiredFoldedLiterals() const;
+
+    // For "==" and "!=" on the text content: the pattern's pieces as the
+    // full-text index can look them up. None for other comparisons.
+    std::optional<TextContentHint> textContentHint() const;
 
 private:
     struct Compiled;

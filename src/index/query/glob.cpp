@@ -138,7 +138,7 @@ std::string_view FoldedWords::word(std::size_t index) const
     return std::string_view(m_storage).substr(entry.begin, entry.end - entry.begin);
 }
 
-WordPattern WordPattern::compile(std::string_view pattern, text::FoldOptions options)
+std::vector<std::string> WordPattern::pieces(std::string_view pattern)
 {
     // Cut the pattern into pieces at word separators, keeping escapes and
     // wildcards inside their piece.
@@ -182,9 +182,13 @@ WordPattern WordPattern::compile(std::string_view pattern, text::FoldOptions opt
         pieces[pieces.size() - 2].push_back('*');
         pieces.pop_back();
     }
+    return pieces;
+}
 
+WordPattern WordPattern::compile(std::string_view pattern, text::FoldOptions options)
+{
     WordPattern result;
-    for (const std::string& piece : pieces) {
+    for (const std::string& piece : pieces(pattern)) {
         result.m_pieces.push_back(Glob::compile(piece, options));
     }
     return result;

@@ -78,6 +78,9 @@ class WordPattern {
 public:
     WordPattern() = default;  // no pieces: matches nothing
     static WordPattern compile(std::string_view pattern, text::FoldOptions options);
+    // The pattern cut into its pieces, each still a glob pattern (escapes
+    // and wildcards as written), as compile() cuts it.
+    static std::vector<std::string> pieces(std::string_view pattern);
 
     bool matches(const FoldedWords& words) const;
     std::size_t pieceCount() const { return m_pieces.size(); }

@@ -68,6 +68,12 @@ bool isWordCharacter(char32_t codePoint)
 std::vector<Word> splitWords(std::string_view text)
 {
     std::vector<Word> words;
+    forEachWord(text, [&](const Word& word) { words.push_back(word); });
+    return words;
+}
+
+void forEachWord(std::string_view text, const std::function<void(const Word&)>& visit)
+{
     std::vector<std::string_view> parts;
     std::size_t wordStart = std::string_view::npos;
     std::size_t partStart = 0;
@@ -77,7 +83,7 @@ std::vector<Word> splitWords(std::string_view text)
 
     const auto finishWord = [&](std::size_t end) {
         parts.push_back(text.substr(partStart, end - partStart));
-        words.emplace_back(text.substr(wordStart, end - wordStart), wordStart, std::move(parts));
+        visit(Word(text.substr(wordStart, end - wordStart), wordStart, std::move(parts)));
         parts.clear();
         wordStart = std::string_view::npos;
         previous = CharClass::Separator;
@@ -107,7 +113,6 @@ std::vector<Word> splitWords(std::string_view text)
     if (wordStart != std::string_view::npos) {
         finishWord(text.size());
     }
-    return words;
 }
 
 }  // namespace trovara::index::text

@@ -16,6 +16,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -41,6 +42,10 @@ private:
 };
 
 std::vector<Word> splitWords(std::string_view text);
+
+// Calls `visit` for each word in order, without collecting them: for texts
+// too long to hold every word at once.
+void forEachWord(std::string_view text, const std::function<void(const Word&)>& visit);
 
 // Whether a code point belongs inside words (a letter, digit or mark).
 bool isWordCharacter(char32_t codePoint);

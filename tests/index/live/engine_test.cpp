@@ -7,10 +7,40 @@
 
 #include <sys/stat.h>
 
+#include <fstream>
+#include <sstream>
+
 namespace trovara::index {
 namespace {
 
 using test::writeFile;
+
+// Imports plain text in the test's own process: the file's bytes are its
+// text content.
+class TextFileImporter final : public ContentImporter {
+public:
+    Expected<std::vector<ImporterInfo>> importers() override
+    {
+        return std::vector<ImporterInfo>{{"text", "1", "", {"public.plain-text"}}};
+    }
+    Expected<void> importFiles(std::vector<ImportJob> jobs,
+                               const std::function<void(const ImportJob&, ImportOutcome&&)>& done,
+                               const std::atomic<bool>*) override
+    {
+        for (const ImportJob& job : jobs) {
+            std::ifstream in(job.path, std::ios::binary);
+            std::stringstream text;
+            text << in.rdbuf();
+            ImportOutcome outcome;
+            outcome.imported = true;
+            outcome.text = text.str();
+            ++imports;
+            done(job, std::move(outcome));
+        }
+        return {};
+    }
+    std::atomic<int> imports = 0;
+};
 
 class EngineTest : public test::LiveTreeTest {
 protected:
@@ -96,6 +126,56 @@ TEST_F(EngineTest, WhatHappensOnDiskReachesALiveQuery)
     EXPECT_EQ(results(query), std::set<std::string>{at("docs/final report.txt")});
     EXPECT_FALSE(updates.empty());
     EXPECT_GT(engine->statistics().watcher.watchedFolders, 0u);
+    EXPECT_TRUE(problems.empty()) << problems.front();
+}
+
+TEST_F(EngineTest, AContentChangeIsImportedAgainAndSearchedByItsNewWords)
+{
+    IndexServices services = test::liveServices();
+    auto importer = std::make_shared<TextFileImporter>();
+    services.importer = importer;
+    writeFile(at("docs/report.txt"), "quarterly figures\n");
+    EngineOptions options = quickOptions();
+    options.problem = [this](const std::string& message) { problems.push_back(message); };
+    auto started = IndexEngine::start(directory, services, options);
+    ASSERT_TRUE(started.ok()) << started.error().message;
+    IndexEngine& engine = *started.value();
+    ASSERT_TRUE(engine.addRoots({root}).ok());
+
+    LiveQueryOptions quarterlyOptions;
+    quarterlyOptions.query = "kMDItemTextContent == 'quarter*'cd";
+    LiveQuery quarterly(engine, dispatcher, quarterlyOptions);
+    LiveQueryOptions annualOptions;
+    annualOptions.query = "kMDItemTextContent == 'annual'cd";
+    LiveQuery annual(engine, dispatcher, annualOptions);
+    ASSERT_TRUE(quarterly.execute().ok());
+    ASSERT_TRUE(annual.execute().ok());
+    ASSERT_TRUE(dispatcher->runUntilIdle(quarterly));
+    ASSERT_TRUE(dispatcher->runUntilIdle(annual));
+    EXPECT_EQ(results(quarterly), std::set<std::string>{at("docs/report.txt")});
+    EXPECT_TRUE(results(annual).empty());
+
+    // New words in the same file: imported again, the old words gone.
+    writeFile(at("docs/report.txt"), "the annual summary, rewritten\n");
+    settle(engine, quarterly);
+    ASSERT_TRUE(dispatcher->runUntilIdle(annual));
+    EXPECT_TRUE(results(quarterly).empty());
+    EXPECT_EQ(results(annual), std::set<std::string>{at("docs/report.txt")});
+
+    // A new file is searchable by its content as soon as it is applied.
+    writeFile(at("docs/minutes.txt"), "annual meeting\n");
+    settle(engine, annual);
+    EXPECT_EQ(results(annual), (std::set<std::string>{at("docs/report.txt"), at("docs/minutes.txt")}));
+    EXPECT_GE(importer->imports.load(), 3);
+
+    // A change of mode alone keeps what the import found, unread.
+    const int imports = importer->imports.load();
+    const std::uint64_t batches = engine.statistics().batchesApplied;
+    ASSERT_EQ(::chmod(at("docs/report.txt").c_str(), 0600), 0);
+    settle(engine, annual);
+    EXPECT_GT(engine.statistics().batchesApplied, batches) << "the change was applied";
+    EXPECT_EQ(importer->imports.load(), imports);
+    EXPECT_EQ(results(annual), (std::set<std::string>{at("docs/report.txt"), at("docs/minutes.txt")}));
     EXPECT_TRUE(problems.empty()) << problems.front();
 }
 

@@ -1,0 +1,224 @@
+#include "index/import/import_pass.h"
+
+#include "index/updater.h"
+
+#include <chrono>
+
+namespace trovara::index {
+
+namespace {
+
+constexpr std::uint64_t kFilesPerTransaction = 500;
+constexpr auto kTransactionTime = std::chrono::seconds(2);
+
+}  // namespace
+
+ImportPass::ImportPass(Store& store, ContentImporter& importer)
+    : m_store(store)
+    , m_importer(importer)
+{
+}
+
+Expected<void> ImportPass::loadImporters()
+{
+    if (m_importers) {
+        return {};
+    }
+    Expected<std::vector<ImporterInfo>> importers = m_importer.importers();
+    if (!importers) {
+        return importers.error();
+    }
+    m_importers = std::move(*importers);
+    return {};
+}
+
+const ImporterInfo* ImportPass::importerForMime(const std::string& mimeType)
+{
+    auto it = m_byMime.find(mimeType);
+    if (it == m_byMime.end()) {
+        it = m_byMime.emplace(mimeType, chooseImporter(*m_importers, describeMimeType(mimeType))).first;
+    }
+    return it->second;
+}
+
+ImportRecord ImportPass::record(const ImportJob& job, int attemptsBefore, ImportOutcome& outcome) const
+{
+    ImportRecord record;
+    record.item = job.item;
+    record.importer = job.importer;
+    record.finished = nowNanoseconds();
+    record.failed = !outcome.imported;
+    record.truncated = outcome.truncated;
+    if (outcome.imported) {
+        if (!outcome.attributes.empty()) {
+            record.attributes = encodeImportedAttributes(outcome.attributes);
+        }
+    } else {
+        record.error = outcome.error.empty() ? std::string("the importer gave no reason") : outcome.error;
+        // Only a failure that another try may mend is tried again.
+        record.attempts = attemptsBefore + 1;
+        record.mayRetry = outcome.mayRetry;
+    }
+    return record;
+}
+
+Expected<ImportReport> ImportPass::importPending(const std::atomic<bool>* cancel, const ProgressCallback& progress)
+{
+    ImportReport report;
+    Expected<std::vector<PendingImport>> pending = m_store.pendingImports(kMaxImportAttempts);
+    if (!pending) {
+        return pending.error();
+    }
+    if (pending->empty()) {
+        return report;
+    }
+    Expected<std::vector<std::string>> mimeTypes = m_store.mimeTypes();
+    if (!mimeTypes) {
+        return mimeTypes.error();
+    }
+    if (auto loaded = loadImporters(); !loaded) {
+        report.unavailable = loaded.error().message;
+        return report;
+    }
+
+    // Folder paths, looked up once per folder.
+    std::unordered_map<StoreId, std::string> folders;
+    std::vector<ImportJob> jobs;
+    std::unordered_map<std::int64_t, int> attempts;
+    for (const PendingImport& file : *pending) {
+        const auto type = static_cast<std::size_t>(file.type);
+        const std::string& mime = type < mimeTypes->size() ? (*mimeTypes)[type] : std::string();
+        const ImporterInfo* importer = mime.empty() ? nullptr : importerForMime(mime);
+        if (!importer) {
+            continue;
+        }
+        auto folder = folders.find(file.parent);
+        if (folder == folders.end()) {
+            Expected<std::string> path = m_store.itemPath(file.parent);
+            if (!path) {
+                return path.error();
+            }
+            folder = folders.emplace(file.parent, std::move(*path)).first;
+        }
+        ImportJob job;
+        job.item = file.id;
+        job.path = folder->second == "/" ? "/" + file.name : folder->second + "/" + file.name;
+        job.mimeType = mime;
+        job.importer = importer->name;
+        attempts[file.id] = file.attempts;
+        jobs.push_back(std::move(job));
+    }
+    if (jobs.empty()) {
+        return report;
+    }
+
+    ImportProgress state;
+    state.total = jobs.size();
+    std::optional<Failure> failure;
+    bool open = false;
+    std::uint64_t inTransaction = 0;
+    auto openedAt = std::chrono::steady_clock::now();
+    auto commit = [&]() -> Expected<void> {
+        if (!open) {
+            return {};
+        }
+        open = false;
+        if (auto bumped = m_store.bumpGeneration(); !bumped) {
+            m_store.rollback();
+            return bumped;
+        }
+        return m_store.commit();
+    };
+    Expected<void> imported = m_importer.importFiles(
+        std::move(jobs),
+        [&](const ImportJob& job, ImportOutcome&& outcome) {
+            if (failure) {
+                return;
+            }
+            if (!open) {
+                if (auto begun = m_store.begin(); !begun) {
+                    failure = begun.error();
+                    return;
+                }
+                open = true;
+                inTransaction = 0;
+                openedAt = std::chrono::steady_clock::now();
+            }
+            const ImportRecord written = record(job, attempts[job.item], outcome);
+            if (auto saved = m_store.saveImport(written, outcome.imported ? outcome.text : std::nullopt); !saved) {
+                m_store.rollback();
+                open = false;
+                failure = saved.error();
+                return;
+            }
+            (written.failed ? report.failed : report.imported) += 1;
+            report.withText += outcome.imported && outcome.text && !outcome.text->empty() ? 1 : 0;
+            ++inTransaction;
+            if (inTransaction >= kFilesPerTransaction || std::chrono::steady_clock::now() - openedAt > kTransactionTime) {
+                if (auto committed = commit(); !committed) {
+                    failure = committed.error();
+                    return;
+                }
+            }
+            ++state.done;
+            if (progress) {
+                state.path = job.path;
+                progress(state);
+            }
+        },
+        cancel);
+    if (failure) {
+        return *failure;
+    }
+    if (auto committed = commit(); !committed) {
+        return committed.error();
+    }
+    if (!imported) {
+        report.unavailable = imported.error().message;
+    }
+    report.cancelled = cancel && cancel->load();
+    return report;
+}
+
+Expected<std::vector<ImportedFile>> ImportPass::importFiles(const std::vector<File>& files)
+{
+    std::vector<ImportedFile> results;
+    if (files.empty()) {
+        return results;
+    }
+    if (auto loaded = loadImporters(); !loaded) {
+        return results;
+    }
+    std::vector<ImportJob> jobs;
+    for (const File& file : files) {
+        if (const ImporterInfo* importer = importerForMime(file.mimeType)) {
+            jobs.push_back({file.item, file.path, file.mimeType, importer->name});
+        }
+    }
+    std::optional<Failure> failure;
+    Expected<void> imported = m_importer.importFiles(std::move(jobs), [&](const ImportJob& job, ImportOutcome&& outcome) {
+        if (failure) {
+            return;
+        }
+        // The file's content just changed, which dropped any earlier record.
+        const ImportRecord written = record(job, 0, outcome);
+        if (auto saved = m_store.saveImport(written, outcome.imported ? outcome.text : std::nullopt); !saved) {
+            failure = saved.error();
+            return;
+        }
+        ImportedFile file;
+        file.item = job.item;
+        file.path = job.path;
+        if (outcome.imported) {
+            file.attributes = std::make_shared<const ImportedAttributes>(std::move(outcome.attributes));
+            file.hasText = outcome.text && !outcome.text->empty();
+        }
+        results.push_back(std::move(file));
+    });
+    if (failure) {
+        return *failure;
+    }
+    return results;  // also when the helper could not be started: nothing was imported
+}
+
+}  // namespace trovara::index
