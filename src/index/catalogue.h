@@ -123,6 +123,9 @@ public:
     Catalogue& operator=(const Catalogue&) = delete;
 
     std::int64_t generation() const { return m_generation; }
+    // Whether the catalogue is a saved snapshot mapped into memory (rather
+    // than built in memory).
+    bool isMapped() const { return m_mapping != nullptr; }
     ItemIndex size() const { return static_cast<ItemIndex>(m_core.size()); }
 
     const CoreRecord& core(ItemIndex i) const { return m_core[i]; }

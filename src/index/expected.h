@@ -14,6 +14,7 @@ struct Failure {
         InvalidQuery,     // the query text does not parse
         InvalidArgument,  // a bad folder, option or value
         Io,               // the file system refused
+        Busy,             // another process is updating the index
         Corrupt,          // a damaged or foreign database
         Version,          // a database of another format version
         Interrupted,      // stopped on request

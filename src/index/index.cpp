@@ -122,7 +122,7 @@ Expected<std::unique_ptr<Index>> Index::openForWriting(const std::string& direct
             continue;
         }
         if (errno == EWOULDBLOCK) {
-            return Failure{Failure::Kind::Io, "another Trovara process is updating the index in " + directory};
+            return Failure{Failure::Kind::Busy, "another Trovara process is updating the index in " + directory};
         }
         return ioFailure("cannot lock the index " + lockPath, errno);
     }
@@ -397,10 +397,12 @@ Expected<UpdateReport> Index::rebuild(const Options& options)
     return update(options);
 }
 
-Expected<IndexStatus> Index::status()
+namespace {
+
+Expected<IndexStatus> statusOf(Store& store, const std::string& directory)
 {
     IndexStatus status;
-    Expected<std::vector<RootRecord>> roots = m_store->roots();
+    Expected<std::vector<RootRecord>> roots = store.roots();
     if (!roots) {
         return roots.error();
     }
@@ -408,22 +410,38 @@ Expected<IndexStatus> Index::status()
     for (const RootRecord& root : status.roots) {
         status.lastUpdate = std::max(status.lastUpdate, root.lastCrawlFinished);
     }
-    Expected<std::int64_t> items = m_store->itemCount();
+    Expected<std::int64_t> items = store.itemCount();
     if (!items) {
         return items.error();
     }
     status.items = *items;
-    status.databaseBytes = m_store->fileSize();
+    status.databaseBytes = store.fileSize();
     struct stat st {};
-    if (::stat((m_directory + kCatalogue).c_str(), &st) == 0) {
+    if (::stat((directory + kCatalogue).c_str(), &st) == 0) {
         status.catalogueBytes = st.st_size;
     }
-    Expected<std::vector<UnreadableFolder>> unreadable = m_store->unreadable();
+    Expected<std::vector<UnreadableFolder>> unreadable = store.unreadable();
     if (!unreadable) {
         return unreadable.error();
     }
     status.unreadable = std::move(*unreadable);
     return status;
+}
+
+}  // namespace
+
+Expected<IndexStatus> Index::status()
+{
+    return statusOf(*m_store, m_directory);
+}
+
+Expected<IndexStatus> Index::readStatus(const std::string& directory)
+{
+    Expected<std::unique_ptr<Store>> store = Store::open(directory + kDatabase, Store::Mode::ReadOnly);
+    if (!store) {
+        return store.error();
+    }
+    return statusOf(*store.value(), directory);
 }
 
 Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
@@ -435,6 +453,11 @@ Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
     }
     if (auto saved = built.value()->save(m_directory + kCatalogue); !saved) {
         return saved.error();
+    }
+    // The saved snapshot, mapped: its pages are shared with every reader and
+    // the page cache rather than held on the heap.
+    if (Expected<std::shared_ptr<const Catalogue>> mapped = Catalogue::open(m_directory + kCatalogue); mapped) {
+        return mapped;
     }
     return built;
 }

@@ -76,6 +76,8 @@ public:
     // Forgets everything and crawls every root from scratch.
     Expected<UpdateReport> rebuild(const Options& options);
     Expected<IndexStatus> status();
+    // The status of the index in `directory`, read without the writer's lock.
+    static Expected<IndexStatus> readStatus(const std::string& directory);
     // Writes the catalogue snapshot from the database.
     Expected<std::shared_ptr<const Catalogue>> refreshCatalogue();
 

@@ -123,6 +123,8 @@ public:
     std::vector<std::string> whereFroms() const override { return m_details.attributes.whereFroms; }
 
     void setNodeCount(std::uint32_t count) { m_nodeCount = count; }
+    const FileInfo& info() const { return m_info; }
+    const FileDetails& details() const { return m_details; }
 
 private:
     std::string m_path;

@@ -3,11 +3,16 @@
 #include "test_support.h"
 
 #include <QDir>
+#include <algorithm>
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QThread>
 
 #include <gtest/gtest.h>
+
+#include <csignal>
+#include <set>
 
 namespace {
 
@@ -263,6 +268,176 @@ TEST_F(TrovaIndex, LsShowsEveryAttributeOfIndexedAndOtherFiles)
     Outcome folder = run({"ls", tree + "/Documents"});
     EXPECT_TRUE(folder.out.contains("kMDItemFSNodeCount")) << folder.out.toStdString();
     EXPECT_FALSE(folder.out.contains("kMDItemFSSize")) << "folders have no size";
+}
+
+}  // namespace
+
+namespace {
+
+// Reads a running process's output until it holds every one of `wanted`.
+bool readUntil(QProcess& process, QByteArray& seen, const QList<QByteArray>& wanted)
+{
+    auto complete = [&] {
+        return std::all_of(wanted.begin(), wanted.end(), [&](const QByteArray& line) { return seen.contains(line); });
+    };
+    while (!complete()) {
+        if (!process.waitForReadyRead(30000)) {
+            return false;
+        }
+        seen += process.readAllStandardOutput();
+    }
+    return true;
+}
+
+TEST_F(TrovaIndex, FindLivePrintsTheResultsThenEveryChange)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    QProcess live;
+    live.start(QStringLiteral(TROVA_BINARY), {"--index", index, "find", "-live", "-name", "report"});
+    QByteArray seen;
+    ASSERT_TRUE(readUntil(live, seen, {(tree + "/Documents/Old/report-old.txt\n").toUtf8(),
+                                       (tree + "/Documents/Report 2024.txt\n").toUtf8()}))
+        << seen.toStdString() << live.readAllStandardError().toStdString();
+
+    writeFile(QStringLiteral("cli-tree/new report.txt"), "new");
+    ASSERT_TRUE(readUntil(live, seen, {("+ " + tree + "/new report.txt\n").toUtf8()})) << seen.toStdString();
+    ASSERT_TRUE(QFile::rename(tree + "/new report.txt", tree + "/Documents/moved report.txt"));
+    ASSERT_TRUE(readUntil(live, seen, {("- " + tree + "/new report.txt\n").toUtf8(),
+                                       ("+ " + tree + "/Documents/moved report.txt\n").toUtf8()}))
+        << seen.toStdString();
+    ASSERT_TRUE(QFile::remove(tree + "/Documents/Old/report-old.txt"));
+    ASSERT_TRUE(readUntil(live, seen, {("- " + tree + "/Documents/Old/report-old.txt\n").toUtf8()}))
+        << seen.toStdString();
+
+    live.terminate();
+    ASSERT_TRUE(live.waitForFinished(30000));
+    EXPECT_EQ(live.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(live.exitCode(), 0) << live.readAllStandardError().toStdString();
+    // The index it kept while it ran is there for the next search.
+    EXPECT_EQ(lines(run({"find", "-name", "moved"}).out), QStringList{tree + "/Documents/moved report.txt"});
+}
+
+TEST_F(TrovaIndex, FindLiveRefusesWhatItCannotDo)
+{
+    Outcome counted = run({"find", "-live", "-count", "x"});
+    EXPECT_EQ(counted.status, 2);
+    Outcome bad = run({"find", "-live", "kMDItemFSName == "});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_TRUE(bad.err.startsWith("trova: invalid query")) << bad.err.toStdString();
+}
+
+}  // namespace
+
+namespace {
+
+std::set<std::string> findOutput(const QStringList& arguments)
+{
+    QProcess find;
+    find.start(QStringLiteral("find"), arguments);
+    find.waitForFinished(60000);
+    std::set<std::string> paths;
+    for (const QByteArray& line : find.readAllStandardOutput().split('\n')) {
+        if (!line.isEmpty()) {
+            paths.insert(line.toStdString());
+        }
+    }
+    return paths;
+}
+
+// trova with a daemon: started, used by every command, stopped; killed
+// outright at any moment, it comes back to a consistent index.
+class TrovaDaemon : public TrovaIndex {
+protected:
+    ~TrovaDaemon() override { run({"daemon", "stop"}); }
+
+    qint64 daemonPid()
+    {
+        const QByteArray out = run({"daemon", "status"}).out;
+        const QRegularExpressionMatch match = QRegularExpression(QStringLiteral("pid (\\d+)")).match(QString::fromUtf8(out));
+        return match.hasMatch() ? match.captured(1).toLongLong() : 0;
+    }
+
+    QString daemonLog() const
+    {
+        QFile log(index + QStringLiteral("/daemon.log"));
+        return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()) : QString();
+    }
+};
+
+TEST_F(TrovaDaemon, StartsServesEveryCommandAndStops)
+{
+    Outcome idle = run({"daemon", "status"});
+    EXPECT_EQ(idle.status, 3);
+    EXPECT_TRUE(idle.out.startsWith("the daemon is not running")) << idle.out.toStdString();
+
+    Outcome started = run({"daemon", "start"});
+    ASSERT_EQ(started.status, 0) << started.err.toStdString();
+    EXPECT_TRUE(started.out.startsWith("the daemon is running (pid ")) << started.out.toStdString();
+    EXPECT_TRUE(run({"daemon", "start"}).out.startsWith("the daemon is already running"));
+
+    Outcome added = run({"index", "add", tree});
+    ASSERT_EQ(added.status, 0) << added.err.toStdString();
+    EXPECT_TRUE(added.err.contains("added: 4 folders, 4 files")) << added.err.toStdString();
+    Outcome found = run({"find", "-name", "report"});
+    EXPECT_EQ(lines(found.out), QStringList({tree + "/.secret/report.key", tree + "/Documents/Old/report-old.txt",
+                                             tree + "/Documents/Report 2024.txt"}));
+    // A change the daemon saw is in the very next search.
+    writeFile(QStringLiteral("cli-tree/late report.txt"), "late");
+    QByteArray seen;
+    for (int attempt = 0; attempt < 200 && !seen.contains("late report"); ++attempt) {
+        seen = run({"find", "-name", "late"}).out;
+    }
+    EXPECT_EQ(lines(seen), QStringList{tree + "/late report.txt"});
+
+    Outcome status = run({"daemon", "status"});
+    EXPECT_EQ(status.status, 0);
+    EXPECT_TRUE(status.out.contains("roots: 1, items: 9")) << status.out.toStdString();
+    EXPECT_TRUE(status.out.contains("watched folders: 4")) << status.out.toStdString();
+    Outcome indexStatus = run({"index", "status"});
+    EXPECT_TRUE(indexStatus.out.contains("items: 9")) << indexStatus.out.toStdString();
+
+    Outcome stopped = run({"daemon", "stop"});
+    EXPECT_EQ(stopped.status, 0);
+    EXPECT_EQ(stopped.out, QByteArray("the daemon has stopped\n"));
+    EXPECT_EQ(run({"daemon", "status"}).status, 3);
+    // Without it, the index is there for trova alone.
+    EXPECT_EQ(lines(run({"find", "-name", "late"}).out), QStringList{tree + "/late report.txt"});
+}
+
+TEST_F(TrovaDaemon, AKilledDaemonRestartsIntoAConsistentIndex)
+{
+    // Enough to be in the middle of something when the kill comes.
+    for (int folder = 0; folder < 40; ++folder) {
+        const QString name = QStringLiteral("cli-tree/bulk/f%1").arg(folder);
+        QDir().mkpath(QDir::homePath() + QLatin1Char('/') + name);
+        for (int file = 0; file < 50; ++file) {
+            writeFile(name + QStringLiteral("/item %1.txt").arg(file), "x");
+        }
+    }
+    for (const int delay : {0, 20, 80, 200}) {
+        const Outcome started = run({"daemon", "start"});
+        ASSERT_EQ(started.status, 0) << started.err.toStdString() << daemonLog().toStdString();
+        const qint64 pid = daemonPid();
+        ASSERT_GT(pid, 0);
+        QProcess adding;
+        adding.start(QStringLiteral(TROVA_BINARY), {"--index", index, "index", "add", tree});
+        adding.waitForStarted();
+        QThread::msleep(static_cast<unsigned long>(delay));  // where the kill lands, not a wait for a result
+        ::kill(static_cast<pid_t>(pid), SIGKILL);
+        adding.waitForFinished(30000);
+        // Files keep changing while nobody watches.
+        writeFile(QStringLiteral("cli-tree/bulk/f0/after kill %1.txt").arg(delay), "k");
+    }
+    ASSERT_EQ(run({"daemon", "start"}).status, 0);
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    ASSERT_EQ(run({"index", "update"}).status, 0);
+    const std::set<std::string> onDisk = findOutput({tree});
+    Outcome all = run({"find", "kMDItemFSName == '*'"});
+    std::set<std::string> indexed;
+    for (const QString& line : lines(all.out)) {
+        indexed.insert(line.toStdString());
+    }
+    EXPECT_EQ(indexed, onDisk);
 }
 
 }  // namespace

@@ -24,6 +24,9 @@ int lsCommand(const GlobalOptions& global, const QStringList& arguments);
 // `trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] QUERY`.
 int findCommand(const GlobalOptions& global, const QStringList& arguments);
 
+// `trova daemon start|stop|status`.
+int daemonCommand(const GlobalOptions& global, const QStringList& arguments);
+
 // `trova criteria-text FILE|-`: prints the query text of a criteria tree
 // written as JSON. Exit status 0, or 2 for unreadable or invalid input.
 int criteriaText(const QStringList& arguments);

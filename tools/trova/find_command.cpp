@@ -1,5 +1,7 @@
-// trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] QUERY
+// trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] [-live] QUERY
 #include "commands.h"
+#include "daemon_link.h"
+#include "live_source.h"
 #include "services.h"
 
 #include "index/crawl_search.h"
@@ -31,6 +33,7 @@ struct FindOptions {
     bool count = false;
     bool nul = false;
     bool interpret = false;
+    bool live = false;
     std::string query;
 };
 
@@ -121,13 +124,16 @@ int findCommand(const GlobalOptions& global, const QStringList& arguments)
             options.nul = true;
         } else if (argument == QLatin1String("-interpret")) {
             options.interpret = true;
+        } else if (argument == QLatin1String("-live")) {
+            options.live = true;
         } else if (argument == QLatin1String("--")) {
             words += arguments.mid(i + 1);
             break;
         } else if (argument.startsWith(QLatin1Char('-')) && argument.size() > 1 && words.isEmpty()
                    && !argument.at(1).isDigit()) {
             printError(QStringLiteral("unknown option %1").arg(argument));
-            printError(QStringLiteral("usage: trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] QUERY"));
+            printError(QStringLiteral(
+                "usage: trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] [-live] QUERY"));
             return 2;
         } else {
             words << argument;
@@ -146,6 +152,14 @@ int findCommand(const GlobalOptions& global, const QStringList& arguments)
         return 1;
     }
 
+    if (options.live) {
+        if (options.count) {
+            printError(QStringLiteral("-live and -count do not go together"));
+            return 2;
+        }
+        return findLive(global, text->text, options.scopes, options.nul);
+    }
+
     std::vector<std::string> folders;
     for (const std::string& scope : options.scopes) {
         index::Expected<std::vector<std::string>> resolved = scopeFolders(scope);
@@ -157,6 +171,17 @@ int findCommand(const GlobalOptions& global, const QStringList& arguments)
     }
     if (!options.scopes.empty() && folders.empty()) {
         return Output(options.count, options.nul).finish();  // a named scope with no folders
+    }
+
+    // A running daemon writes its snapshot first, so that it is current.
+    bool daemonFailed = false;
+    if (std::unique_ptr<daemon::Connection> daemon = connectToDaemon(global, &daemonFailed)) {
+        daemon::Request checkpoint;
+        checkpoint.type = daemon::MessageType::Checkpoint;
+        index::Expected<daemon::Reply> reply = daemon->call(checkpoint);
+        if (reply && reply->failure) {
+            printError(QString::fromStdString(reply->failure->message));
+        }
     }
 
     const index::IndexServices services = indexServices();

@@ -1,10 +1,12 @@
 // trova index add|remove|update|rebuild|status
 #include "commands.h"
+#include "daemon_link.h"
 #include "services.h"
 
 #include "index/index.h"
 
 #include <QDateTime>
+#include <QFileInfo>
 
 #include <atomic>
 #include <chrono>
@@ -136,13 +138,12 @@ int finishUpdate(const index::Expected<index::UpdateReport>& report, const char*
     return 0;
 }
 
-int status(index::Index& index)
+int printStatus(const index::Expected<index::IndexStatus>& status, const std::string& directory)
 {
-    index::Expected<index::IndexStatus> status = index.status();
     if (!status) {
         return reportFailure(status.error());
     }
-    std::printf("index: %s\n", index.directory().c_str());
+    std::printf("index: %s\n", directory.c_str());
     if (status->roots.empty()) {
         std::printf("roots: none (add one with: trova index add DIR)\n");
     } else {
@@ -166,6 +167,43 @@ int status(index::Index& index)
     return 0;
 }
 
+// The same, carried out by the daemon that holds the index.
+int viaDaemon(daemon::Connection& connection, const QString& verb, const std::vector<std::string>& folders,
+              const std::string& directory)
+{
+    daemon::Request request;
+    request.type = verb == QLatin1String("add")      ? daemon::MessageType::AddRoots
+                   : verb == QLatin1String("remove") ? daemon::MessageType::RemoveRoots
+                   : verb == QLatin1String("update") ? daemon::MessageType::Update
+                   : verb == QLatin1String("rebuild") ? daemon::MessageType::Rebuild
+                                                      : daemon::MessageType::Status;
+    for (const std::string& folder : folders) {
+        // The daemon does not share our working folder.
+        index::Expected<std::string> canonical = index::Index::canonicalFolder(folder);
+        if (!canonical && request.type == daemon::MessageType::AddRoots) {
+            return reportFailure(canonical.error());
+        }
+        request.paths.push_back(canonical ? *canonical : folder);
+    }
+    index::Expected<daemon::Reply> reply = connection.call(request);
+    if (!reply) {
+        return reportFailure(reply.error());
+    }
+    if (reply->failure) {
+        return reportFailure(*reply->failure);
+    }
+    switch (request.type) {
+    case daemon::MessageType::Status:
+        return printStatus(reply->status, directory);
+    case daemon::MessageType::RemoveRoots:
+        return 0;
+    default:
+        return finishUpdate(reply->report, verb == QLatin1String("add")      ? "added"
+                                           : verb == QLatin1String("update") ? "updated"
+                                                                             : "rebuilt");
+    }
+}
+
 }  // namespace
 
 int indexCommand(const GlobalOptions& global, const QStringList& arguments)
@@ -187,6 +225,18 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
         return 2;
     }
 
+    bool daemonFailed = false;
+    if (std::unique_ptr<daemon::Connection> daemon = connectToDaemon(global, &daemonFailed)) {
+        return viaDaemon(*daemon, verb, folders, global.indexDirectory);
+    }
+    if (daemonFailed) {
+        return 1;
+    }
+    if (verb == QLatin1String("status") && QFileInfo::exists(QString::fromStdString(global.indexDirectory + "/index.db"))) {
+        // Read beside whoever writes the index now.
+        return printStatus(index::Index::readStatus(global.indexDirectory), global.indexDirectory);
+    }
+
     std::vector<std::string> notices;
     index::Expected<std::unique_ptr<index::Index>> opened =
         index::Index::openForWriting(global.indexDirectory, indexServices(), verb != QLatin1String("status"), &notices);
@@ -198,7 +248,7 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
     }
     index::Index& index = *opened.value();
     if (verb == QLatin1String("status")) {
-        return status(index);
+        return printStatus(index.status(), index.directory());
     }
     if (verb == QLatin1String("remove")) {
         index::Expected<void> removed = index.removeRoots(folders);

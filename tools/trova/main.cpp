@@ -22,14 +22,18 @@ void printUsage(FILE* stream)
     std::fputs("usage: trova [--index DIR] <command> [arguments]\n"
                "\n"
                "commands:\n"
-               "  find [-onlyin DIR]... [-name TEXT] [-count] [-0] [-interpret] QUERY\n"
-               "                         search the index (or folders outside it)\n"
+               "  find [-onlyin DIR]... [-name TEXT] [-count] [-0] [-interpret] [-live] QUERY\n"
+               "                         search the index (or folders outside it); -live\n"
+               "                         then prints + PATH, - PATH, ~ PATH as files change\n"
                "  ls FILE...             print every attribute of files\n"
                "  index add DIR...       index folders (and keep them indexed)\n"
                "  index remove DIR...    stop indexing folders\n"
                "  index update           bring the index up to date\n"
                "  index rebuild          build the index again from scratch\n"
                "  index status           show what is indexed\n"
+               "  daemon start|stop|status\n"
+               "                         run the index daemon (or see how it does); while it\n"
+               "                         runs, every command above goes through it\n"
                "  criteria-text FILE|-   print the query text of a criteria tree (JSON)\n"
                "\n"
                "The index lives in $TROVARA_INDEX, else ~/.local/share/trovara/index.\n",
@@ -75,6 +79,9 @@ int main(int argc, char* argv[])
     }
     if (command == QLatin1String("ls")) {
         return trovara::cli::lsCommand(global, arguments);
+    }
+    if (command == QLatin1String("daemon")) {
+        return trovara::cli::daemonCommand(global, arguments);
     }
     if (command == QLatin1String("find")) {
         return trovara::cli::findCommand(global, arguments);

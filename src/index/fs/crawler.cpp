@@ -55,22 +55,6 @@ struct WorkerBuffers {
     std::vector<std::size_t> subfolders;  // indices of entries to walk into
 };
 
-std::string normalizedPath(const std::string& path)
-{
-    std::string out;
-    out.reserve(path.size());
-    for (const char c : path) {
-        if (c == '/' && !out.empty() && out.back() == '/') {
-            continue;
-        }
-        out.push_back(c);
-    }
-    while (out.size() > 1 && out.back() == '/') {
-        out.pop_back();
-    }
-    return out;
-}
-
 std::string lastComponent(const std::string& path)
 {
     if (path == "/") {
@@ -526,6 +510,22 @@ Expected<CrawlStatistics> crawl(const std::string& givenRoot, CrawlSink& sink, c
     }
     threads = std::min(threads, kMaxThreads);
     return walk.run(std::move(task), threads);
+}
+
+std::string normalizedPath(std::string_view path)
+{
+    std::string out;
+    out.reserve(path.size());
+    for (const char c : path) {
+        if (c == '/' && !out.empty() && out.back() == '/') {
+            continue;
+        }
+        out.push_back(c);
+    }
+    while (out.size() > 1 && out.back() == '/') {
+        out.pop_back();
+    }
+    return out;
 }
 
 }  // namespace trovara::index

@@ -92,4 +92,7 @@ struct CrawlStatistics {
 // set.
 Expected<CrawlStatistics> crawl(const std::string& root, CrawlSink& sink, const CrawlOptions& options = {});
 
+// `path` without doubled slashes and without a trailing one ("/" stays "/").
+std::string normalizedPath(std::string_view path);
+
 }  // namespace trovara::index

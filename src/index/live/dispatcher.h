@@ -15,8 +15,12 @@ namespace trovara::index {
 class Dispatcher {
 public:
     virtual ~Dispatcher() = default;
+    using TimePoint = std::chrono::steady_clock::time_point;
+
     virtual void post(std::function<void()> work) = 0;
     virtual void postAfter(std::chrono::milliseconds delay, std::function<void()> work) = 0;
+    // The clock postAfter() counts by.
+    virtual TimePoint now() const { return std::chrono::steady_clock::now(); }
 };
 
 }  // namespace trovara::index

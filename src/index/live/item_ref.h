@@ -22,6 +22,8 @@ public:
     explicit ItemRef(std::shared_ptr<const FileFacts> facts);
 
     bool isValid() const { return m_catalogue || m_file; }
+    // The facts of an item read from disk; nullptr for a catalogue item.
+    const std::shared_ptr<const FileFacts>& fileFacts() const { return m_file; }
     const std::string& path() const { return m_path; }
 
     // The value of an attribute (see item_attributes.h), or none.

@@ -80,6 +80,7 @@ Expected<std::unique_ptr<LiveIndex>> LiveIndex::open(const std::string& director
         }
     }
     live->m_view = std::make_shared<IndexView>(catalogue.value());
+    live->m_unsaved = !catalogue.value()->isMapped();
     if (auto loaded = live->loadFolders(); !loaded) {
         return loaded.error();
     }
@@ -96,19 +97,23 @@ std::shared_ptr<const IndexView> LiveIndex::view() const
 
 std::vector<std::string> LiveIndex::roots() const
 {
+    std::lock_guard lock(m_viewMutex);
     return m_roots;
 }
 
 Expected<void> LiveIndex::loadFolders()
 {
     m_folders.clear();
-    m_roots.clear();
     Expected<std::vector<RootRecord>> roots = m_index->store().roots();
     if (!roots) {
         return roots.error();
     }
-    for (const RootRecord& root : *roots) {
-        m_roots.push_back(root.path);
+    {
+        std::lock_guard lock(m_viewMutex);
+        m_roots.clear();
+        for (const RootRecord& root : *roots) {
+            m_roots.push_back(root.path);
+        }
     }
     std::unordered_map<StoreId, std::string> paths;
     return m_index->store().forEachItem([&](StoredItem&& item) {
@@ -220,12 +225,14 @@ Expected<IndexChanges> LiveIndex::apply(const std::vector<PathChange>& changes)
         }
     }
     std::shared_ptr<const IndexView> next = batch.working;
+    m_unsaved = true;
     if (next->fresh().size() > m_rebuildThreshold) {
         Expected<std::shared_ptr<const Catalogue>> rebuilt = m_index->refreshCatalogue();
         if (!rebuilt) {
             return rebuilt.error();
         }
         next = std::make_shared<IndexView>(rebuilt.value());
+        m_unsaved = false;
     }
     {
         std::lock_guard lock(m_viewMutex);
@@ -458,13 +465,18 @@ Expected<void> LiveIndex::crawlNewFolder(Batch& batch, const std::string& path, 
 
 Expected<IndexChanges> LiveIndex::reload()
 {
-    Expected<std::shared_ptr<const Catalogue>> catalogue = m_index->refreshCatalogue();
+    // The snapshot the root operations left, or one built anew when it is stale.
+    Expected<std::shared_ptr<const Catalogue>> catalogue = Index::catalogue(m_index->directory(), m_services);
+    if (!catalogue) {
+        catalogue = m_index->refreshCatalogue();
+    }
     if (!catalogue) {
         return catalogue.error();
     }
     if (auto loaded = loadFolders(); !loaded) {
         return loaded.error();
     }
+    m_unsaved = !catalogue.value()->isMapped();
     IndexChanges result;
     result.everything = true;
     result.view = std::make_shared<IndexView>(catalogue.value());
@@ -474,6 +486,23 @@ Expected<IndexChanges> LiveIndex::reload()
     }
     publish(result);
     return result;
+}
+
+Expected<void> LiveIndex::checkpoint()
+{
+    if (!m_unsaved) {
+        return {};
+    }
+    Expected<std::shared_ptr<const Catalogue>> rebuilt = m_index->refreshCatalogue();
+    if (!rebuilt) {
+        return rebuilt.error();
+    }
+    {
+        std::lock_guard lock(m_viewMutex);
+        m_view = std::make_shared<IndexView>(rebuilt.value());
+    }
+    m_unsaved = false;
+    return {};
 }
 
 Expected<UpdateReport> LiveIndex::addRoots(const std::vector<std::string>& folders, const Index::Options& options)
@@ -495,6 +524,18 @@ Expected<void> LiveIndex::removeRoots(const std::vector<std::string>& folders)
     }
     Expected<IndexChanges> reloaded = reload();
     return reloaded ? Expected<void>() : Expected<void>(reloaded.error());
+}
+
+Expected<UpdateReport> LiveIndex::rebuild(const Index::Options& options)
+{
+    Expected<UpdateReport> report = m_index->rebuild(options);
+    if (!report) {
+        return report;
+    }
+    if (Expected<IndexChanges> reloaded = reload(); !reloaded) {
+        return reloaded.error();
+    }
+    return report;
 }
 
 Expected<UpdateReport> LiveIndex::update(const Index::Options& options)

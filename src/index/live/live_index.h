@@ -73,6 +73,14 @@ public:
     Expected<UpdateReport> addRoots(const std::vector<std::string>& folders, const Index::Options& options);
     Expected<void> removeRoots(const std::vector<std::string>& folders);
     Expected<UpdateReport> update(const Index::Options& options);
+    Expected<UpdateReport> rebuild(const Index::Options& options);
+
+    // Writes the catalogue snapshot anew when changes were applied since it
+    // was written, so that other readers map it instead of building their
+    // own. Searches see no difference; subscribers hear nothing.
+    Expected<void> checkpoint();
+    // Whether changes were applied since the snapshot was written.
+    bool hasUnsavedChanges() const { return m_unsaved; }
 
     int subscribe(Subscriber subscriber);
     void unsubscribe(int id);
@@ -97,13 +105,14 @@ private:
     std::unique_ptr<Index> m_index;
     IndexServices m_services;
     std::size_t m_rebuildThreshold = 20000;
+    bool m_unsaved = false;
 
     mutable std::mutex m_viewMutex;
     std::shared_ptr<const IndexView> m_view;
 
     // Every indexed folder by path, with its database id.
     std::unordered_map<std::string, StoreId> m_folders;
-    std::vector<std::string> m_roots;
+    std::vector<std::string> m_roots;  // guarded by m_viewMutex
 
     std::mutex m_subscribersMutex;
     std::map<int, Subscriber> m_subscribers;

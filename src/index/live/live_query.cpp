@@ -98,8 +98,14 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
     std::vector<Entry> entries;
     std::unordered_map<std::string, std::size_t> positions;
     std::vector<Delta> waiting;
+    // What the next update will report. An item added and removed again
+    // before it goes out is not reported at all; one added and changed is
+    // reported as added.
     Update pending;
+    std::unordered_set<const void*> pendingAdded;
+    std::unordered_set<const void*> pendingChanged;
     bool flushScheduled = false;
+    std::optional<Dispatcher::TimePoint> lastUpdate;  // when the last update went out
     std::unordered_set<const void*> visibleBefore;
     bool windowCaptured = false;
 
@@ -290,7 +296,11 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
             return;
         }
         const std::size_t at = it->second;
-        pending.removed.push_back(entries[at].result);
+        const void* result = entries[at].result.get();
+        if (pendingAdded.erase(result) == 0) {
+            pendingChanged.erase(result);
+            pending.removed.push_back(entries[at].result);
+        }
         positions.erase(it);
         entries.erase(entries.begin() + static_cast<long>(at));
         reindex(at);
@@ -305,7 +315,9 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
             if (options.updateResult) {
                 options.updateResult(entry.result, item);
             }
-            pending.changed.push_back(entry.result);
+            if (!pendingAdded.count(entry.result.get()) && pendingChanged.insert(entry.result.get()).second) {
+                pending.changed.push_back(entry.result);
+            }
             if (sorted()) {
                 // Its place may move.
                 Entry moved = std::move(entry);
@@ -321,6 +333,7 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
         if (!result) {
             return;
         }
+        pendingAdded.insert(result.get());
         pending.added.push_back(result);
         Entry entry{item, std::move(result), sorted() ? sortValues(item) : SortValues{}};
         if (sorted()) {
@@ -363,7 +376,7 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
 
     void scheduleFlush()
     {
-        const std::size_t count = pending.added.size() + pending.removed.size() + pending.changed.size();
+        const std::size_t count = pendingAdded.size() + pending.removed.size() + pendingChanged.size();
         if (count == 0) {
             return;
         }
@@ -371,16 +384,26 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
             flushUpdate();
             return;
         }
-        if (!flushScheduled) {
-            flushScheduled = true;
-            std::weak_ptr<State> weak = weak_from_this();
-            dispatcher->postAfter(options.batching.updateInterval, [weak] {
-                if (auto state = weak.lock()) {
-                    state->flushScheduled = false;
-                    state->flushUpdate();
-                }
-            });
+        if (flushScheduled) {
+            return;
         }
+        // The first change after a quiet interval goes out at once; those
+        // that follow it within the interval wait for its end, together.
+        const Dispatcher::TimePoint now = dispatcher->now();
+        const auto interval = options.batching.updateInterval;
+        if (!lastUpdate || now - *lastUpdate >= interval) {
+            flushUpdate();
+            return;
+        }
+        flushScheduled = true;
+        std::weak_ptr<State> weak = weak_from_this();
+        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*lastUpdate + interval - now);
+        dispatcher->postAfter(wait, [weak] {
+            if (auto state = weak.lock()) {
+                state->flushScheduled = false;
+                state->flushUpdate();
+            }
+        });
     }
 
     void flushUpdate()
@@ -388,8 +411,21 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
         if (stopped.load() || suspended) {
             return;
         }
-        Update update = std::move(pending);
+        Update update;
+        for (std::shared_ptr<void>& result : pending.added) {
+            if (pendingAdded.count(result.get())) {
+                update.added.push_back(std::move(result));
+            }
+        }
+        for (std::shared_ptr<void>& result : pending.changed) {
+            if (pendingChanged.count(result.get())) {
+                update.changed.push_back(std::move(result));
+            }
+        }
+        update.removed = std::move(pending.removed);
         pending = {};
+        pendingAdded.clear();
+        pendingChanged.clear();
         if (options.maxCount > 0 && windowCaptured) {
             // Report what entered and left the window of the first N.
             std::unordered_set<const void*> after;
@@ -433,6 +469,7 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
         if ((update.added.empty() && update.removed.empty() && update.changed.empty()) || !owner->onUpdate) {
             return;
         }
+        lastUpdate = dispatcher->now();
         owner->onUpdate(update);
     }
 
@@ -606,7 +643,7 @@ bool LiveQuery::isIdle() const
 {
     const State& s = *m_state;
     return s.running && !s.gathering && !s.regathering && s.waiting.empty() && !s.flushScheduled
-           && s.pending.added.empty() && s.pending.removed.empty() && s.pending.changed.empty();
+           && s.pendingAdded.empty() && s.pending.removed.empty() && s.pendingChanged.empty();
 }
 
 void LiveQuery::suspendUpdates()

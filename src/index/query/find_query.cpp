@@ -7,20 +7,6 @@ namespace trovara::index::query {
 
 namespace {
 
-// Text inside double quotes, with everything the language treats specially
-// escaped.
-std::string escaped(std::string_view text)
-{
-    std::string out;
-    for (const char ch : text) {
-        if (ch == '"' || ch == '\\' || ch == '*' || ch == '?') {
-            out.push_back('\\');
-        }
-        out.push_back(ch);
-    }
-    return out;
-}
-
 bool comparesSomething(const Node& node)
 {
     if (node.kind == Node::Kind::Compare || node.kind == Node::Kind::InRange) {
@@ -48,6 +34,18 @@ bool looksLikeExpression(std::string_view input)
 }
 
 }  // namespace
+
+std::string escaped(std::string_view text)
+{
+    std::string out;
+    for (const char ch : text) {
+        if (ch == '"' || ch == '\\' || ch == '*' || ch == '?') {
+            out.push_back('\\');
+        }
+        out.push_back(ch);
+    }
+    return out;
+}
 
 std::string interpretWords(std::string_view words)
 {

@@ -20,6 +20,10 @@
 
 namespace trovara::index::query {
 
+// `text` for use inside double quotes, with everything the language treats
+// specially there (quote, backslash, "*" and "?") escaped.
+std::string escaped(std::string_view text);
+
 // The query for plain words; empty when `words` holds only blanks.
 std::string interpretWords(std::string_view words);
 

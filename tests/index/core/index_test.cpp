@@ -232,6 +232,7 @@ TEST_F(IndexTest, OneWriterAtATime)
     auto first = open();
     Expected<std::unique_ptr<Index>> second = Index::openForWriting(directory, services(), false);
     ASSERT_FALSE(second.ok());
+    EXPECT_EQ(second.error().kind, Failure::Kind::Busy);
     EXPECT_NE(second.error().message.find("another Trovara process"), std::string::npos);
     first.reset();
     EXPECT_TRUE(Index::openForWriting(directory, services(), false).ok());

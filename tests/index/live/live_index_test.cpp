@@ -235,6 +235,7 @@ TEST_F(LiveIndexTest, OneWriterAtATime)
 {
     auto second = LiveIndex::open(directory, test::liveServices(), false);
     ASSERT_FALSE(second.ok());
+    EXPECT_EQ(second.error().kind, Failure::Kind::Busy);
     EXPECT_NE(second.error().message.find("another Trovara process"), std::string::npos) << second.error().message;
 }
 

@@ -124,10 +124,10 @@ public:
         }
     }
 
-    std::chrono::milliseconds now() const
+    TimePoint now() const override
     {
         std::lock_guard lock(m_mutex);
-        return m_now;
+        return TimePoint{} + m_now;
     }
 
 private:

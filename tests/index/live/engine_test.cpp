@@ -1,0 +1,165 @@
+// The engine on a real tree with the real watcher: what happens on disk
+// reaches a live query, what happened while it was not running is caught up
+// at start, and its snapshot is written for other readers.
+#include "index/live/engine.h"
+#include "live_test_support.h"
+#include "manual_dispatcher.h"
+
+#include <sys/stat.h>
+
+namespace trovara::index {
+namespace {
+
+using test::writeFile;
+
+class EngineTest : public test::LiveTreeTest {
+protected:
+    EngineTest()
+    {
+        ::mkdir(at("docs").c_str(), 0755);
+        writeFile(at("docs/report.txt"), "r");
+    }
+
+    static EngineOptions quickOptions()
+    {
+        EngineOptions options;
+        // Nothing is held back: every change is due when the engine looks.
+        options.watcher.pairingWindow = 0;
+        options.watcher.writeQuietPeriod = 0;
+        options.watcher.writeMaxDelay = 0;
+        options.checkpointDelay = std::chrono::milliseconds(0);
+        return options;
+    }
+
+    std::unique_ptr<IndexEngine> startEngine(EngineOptions options = quickOptions())
+    {
+        options.problem = [this](const std::string& message) { problems.push_back(message); };
+        auto engine = IndexEngine::start(directory, test::liveServices(), options);
+        EXPECT_TRUE(engine.ok()) << (engine.ok() ? "" : engine.error().message);
+        return engine.ok() ? std::move(engine.value()) : nullptr;
+    }
+
+    std::set<std::string> results(const LiveQuery& query) const
+    {
+        std::set<std::string> set;
+        for (std::size_t i = 0; i < query.resultCount(); ++i) {
+            set.insert(query.itemAt(i).path());
+        }
+        return set;
+    }
+
+    // Lets the engine apply what the watcher saw, then the query deliver it.
+    void settle(IndexEngine& engine, LiveQuery& query)
+    {
+        engine.sync();
+        ASSERT_TRUE(dispatcher->runUntilIdle(query));
+    }
+
+    std::shared_ptr<test::ManualDispatcher> dispatcher = std::make_shared<test::ManualDispatcher>();
+    std::vector<std::string> problems;
+};
+
+TEST_F(EngineTest, WhatHappensOnDiskReachesALiveQuery)
+{
+    std::unique_ptr<IndexEngine> engine = startEngine();
+    ASSERT_TRUE(engine);
+    ASSERT_TRUE(engine->addRoots({root}).ok());
+
+    LiveQueryOptions options;
+    options.query = "kMDItemFSName == '*report*'";
+    LiveQuery query(*engine, dispatcher, options);
+    std::vector<LiveQuery::Update> updates;
+    query.onUpdate = [&](const LiveQuery::Update& update) { updates.push_back(update); };
+    ASSERT_TRUE(query.execute().ok());
+    ASSERT_TRUE(dispatcher->runUntilIdle(query));
+    EXPECT_EQ(results(query), std::set<std::string>{at("docs/report.txt")});
+
+    writeFile(at("docs/report 2.txt"), "two");
+    settle(*engine, query);
+    EXPECT_EQ(results(query), (std::set<std::string>{at("docs/report.txt"), at("docs/report 2.txt")}));
+
+    ASSERT_EQ(::rename(at("docs/report 2.txt").c_str(), at("docs/final report.txt").c_str()), 0);
+    settle(*engine, query);
+    EXPECT_EQ(results(query), (std::set<std::string>{at("docs/report.txt"), at("docs/final report.txt")}));
+
+    // A folder made with things inside, then moved out of the tree.
+    ::mkdir(at("docs/reports").c_str(), 0755);
+    writeFile(at("docs/reports/report 3.txt"), "3");
+    settle(*engine, query);
+    EXPECT_TRUE(results(query).count(at("docs/reports/report 3.txt")));
+    ASSERT_EQ(::rename(at("docs/reports").c_str(), (outside + "/reports").c_str()), 0);
+    settle(*engine, query);
+    EXPECT_EQ(results(query), (std::set<std::string>{at("docs/report.txt"), at("docs/final report.txt")}));
+
+    ::unlink(at("docs/report.txt").c_str());
+    settle(*engine, query);
+    EXPECT_EQ(results(query), std::set<std::string>{at("docs/final report.txt")});
+    EXPECT_FALSE(updates.empty());
+    EXPECT_GT(engine->statistics().watcher.watchedFolders, 0u);
+    EXPECT_TRUE(problems.empty()) << problems.front();
+}
+
+TEST_F(EngineTest, ChangesWhileStoppedAreCaughtUpAtStart)
+{
+    {
+        std::unique_ptr<IndexEngine> engine = startEngine();
+        ASSERT_TRUE(engine);
+        ASSERT_TRUE(engine->addRoots({root}).ok());
+    }
+    writeFile(at("docs/while away.txt"), "w");
+    ::unlink(at("docs/report.txt").c_str());
+
+    std::unique_ptr<IndexEngine> engine = startEngine();
+    ASSERT_TRUE(engine);
+    engine->sync();  // after the start-up crawl
+    auto view = engine->currentView();
+    EXPECT_TRUE(view->item(at("docs/while away.txt")));
+    EXPECT_FALSE(view->item(at("docs/report.txt")));
+    EXPECT_EQ(engine->indexedRoots(), std::vector<std::string>{root});
+}
+
+TEST_F(EngineTest, TheSnapshotIsWrittenForOtherReaders)
+{
+    std::unique_ptr<IndexEngine> engine = startEngine();
+    ASSERT_TRUE(engine);
+    ASSERT_TRUE(engine->addRoots({root}).ok());
+    writeFile(at("docs/fresh.txt"), "f");
+    // Until the watcher has nothing more to say; the quiet period (none
+    // here) has then passed, and the snapshot is written.
+    std::uint64_t batches = 0;
+    do {
+        batches = engine->statistics().batchesApplied;
+        engine->sync();
+    } while (engine->statistics().batchesApplied != batches);
+
+    auto catalogue = Index::catalogue(directory, test::liveServices());
+    ASSERT_TRUE(catalogue.ok()) << catalogue.error().message;
+    EXPECT_TRUE(catalogue.value()->isMapped()) << "the snapshot is current, not built again";
+    bool found = false;
+    for (ItemIndex i = 0; i < catalogue.value()->size(); ++i) {
+        found = found || catalogue.value()->path(i) == at("docs/fresh.txt");
+    }
+    EXPECT_TRUE(found);
+}
+
+TEST_F(EngineTest, RootsComeAndGoWithTheirWatches)
+{
+    std::unique_ptr<IndexEngine> engine = startEngine();
+    ASSERT_TRUE(engine);
+    ASSERT_TRUE(engine->addRoots({at("docs")}).ok());
+    EXPECT_EQ(engine->statistics().watcher.roots, 1u);
+    // A folder around the root takes its place.
+    ASSERT_TRUE(engine->addRoots({root}).ok());
+    EXPECT_EQ(engine->indexedRoots(), std::vector<std::string>{root});
+    EXPECT_EQ(engine->statistics().watcher.roots, 1u);
+    ASSERT_TRUE(engine->removeRoots({root}).ok());
+    EXPECT_EQ(engine->statistics().watcher.roots, 0u);
+    EXPECT_FALSE(engine->addRoots({root + "/missing"}).ok());
+    EXPECT_EQ(engine->statistics().watcher.roots, 0u);
+
+    auto second = IndexEngine::start(directory, test::liveServices(), quickOptions());
+    EXPECT_FALSE(second.ok()) << "one writer at a time";
+}
+
+}  // namespace
+}  // namespace trovara::index

@@ -1,0 +1,141 @@
+// trova find -live: a live query on the command line.
+#include "live_source.h"
+#include "services.h"
+
+#include "daemon/remote_source.h"
+#include "index/live/engine.h"
+#include "index/live/qt_live_query.h"
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <cstdio>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace trovara::cli {
+
+namespace {
+
+int g_signalPipe[2] = {-1, -1};
+
+extern "C" void onSignal(int)
+{
+    const char byte = 1;
+    (void)!::write(g_signalPipe[1], &byte, 1);
+}
+
+class LinePrinter {
+public:
+    explicit LinePrinter(bool nul)
+        : m_end(nul ? '\0' : '\n')
+    {
+    }
+    void line(const char* prefix, const std::string& path)
+    {
+        std::fputs(prefix, stdout);
+        std::fwrite(path.data(), 1, path.size(), stdout);
+        std::fputc(m_end, stdout);
+    }
+    void flush() { std::fflush(stdout); }
+
+private:
+    char m_end;
+};
+
+const std::string& pathOf(const std::shared_ptr<void>& result)
+{
+    return static_cast<const index::ItemRef*>(result.get())->path();
+}
+
+}  // namespace
+
+std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global)
+{
+    index::Expected<std::unique_ptr<daemon::RemoteIndexSource>> remote =
+        daemon::RemoteIndexSource::open(global.indexDirectory, indexServices());
+    if (remote) {
+        remote.value()->setNoticeHandler([](const std::string& message) { printError(QString::fromStdString(message)); });
+        return std::move(remote.value());
+    }
+    if (!daemon::isNoDaemon(remote.error())) {
+        printError(QString::fromStdString(remote.error().message));
+        return nullptr;
+    }
+    // No daemon: this process keeps the index while it runs.
+    index::EngineOptions options;
+    options.problem = [](const std::string& message) { printError(QString::fromStdString(message)); };
+    index::Expected<std::unique_ptr<index::IndexEngine>> engine =
+        index::IndexEngine::start(global.indexDirectory, indexServices(), options);
+    if (!engine) {
+        printError(QString::fromStdString(engine.error().message));
+        return nullptr;
+    }
+    return std::move(engine.value());
+}
+
+int findLive(const GlobalOptions& global, const std::string& query, const std::vector<std::string>& scopes, bool nul)
+{
+    std::unique_ptr<index::QuerySource> source = openLiveSource(global);
+    if (!source) {
+        return 1;
+    }
+    index::LiveQueryOptions options;
+    options.query = query;
+    options.scopes = scopes;
+    index::QtLiveQuery live(*source, options);
+    LinePrinter out(nul);
+    std::size_t printed = 0;
+    // During gathering the results only grow: print what is new.
+    auto printNew = [&] {
+        const index::LiveQuery& q = live.query();
+        for (; printed < q.resultCount(); ++printed) {
+            out.line("", q.itemAt(printed).path());
+        }
+        out.flush();
+    };
+    QObject::connect(&live, &index::QtLiveQuery::progress, printNew);
+    QObject::connect(&live, &index::QtLiveQuery::finished, printNew);
+    QObject::connect(&live, &index::QtLiveQuery::updated, [&](const index::LiveQuery::Update& update) {
+        for (const auto& result : update.removed) {
+            out.line("- ", pathOf(result));
+        }
+        for (const auto& result : update.added) {
+            out.line("+ ", pathOf(result));
+        }
+        for (const auto& result : update.changed) {
+            out.line("~ ", pathOf(result));
+        }
+        out.flush();
+    });
+
+    // Interrupted (Ctrl-C, or terminated): the loop ends, the query stops and
+    // the index is left consistent.
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, g_signalPipe) != 0) {
+        printError(QStringLiteral("cannot set up signal handling"));
+        return 1;
+    }
+    QSocketNotifier notifier(g_signalPipe[0], QSocketNotifier::Read);
+    QObject::connect(&notifier, &QSocketNotifier::activated, [] { QCoreApplication::exit(0); });
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    if (index::Expected<void> started = live.query().execute(); !started) {
+        printError(QString::fromStdString(
+            (started.error().kind == index::Failure::Kind::InvalidQuery ? "invalid query: " : "")
+            + started.error().message));
+        return 1;
+    }
+    const int status = QCoreApplication::exec();
+    live.query().stop();
+    ::close(g_signalPipe[0]);
+    ::close(g_signalPipe[1]);
+    return status;
+}
+
+}  // namespace trovara::cli
