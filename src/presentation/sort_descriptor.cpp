@@ -7,6 +7,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <atomic>
+
 namespace trovara::presentation {
 
 namespace {
@@ -26,6 +28,8 @@ int compareWith(SortDescriptor::Comparison comparison, const QVariant& a, const 
     return store::compareValues(a, b);
 }
 
+std::atomic<quint64> g_collationGeneration{1};
+
 // This thread's collator for the current locale.
 const QCollator& localizedCollator()
 {
@@ -35,6 +39,9 @@ const QCollator& localizedCollator()
     thread_local QString localeName;
     const QLocale locale;
     if (localeName != locale.name() || localeName.isNull()) {
+        if (!localeName.isNull()) {
+            ++g_collationGeneration;
+        }
         collator = QCollator(locale);
         collator.setCaseSensitivity(Qt::CaseInsensitive);
         localeName = locale.name();
@@ -76,6 +83,12 @@ LocalizedSortKey::LocalizedSortKey(const QString& text)
     } else {
         m_folded = foldedKey(text);
     }
+}
+
+quint64 LocalizedSortKey::currentGeneration()
+{
+    localizedCollator();  // notices a change of locale
+    return g_collationGeneration.load();
 }
 
 int LocalizedSortKey::compare(const LocalizedSortKey& other) const

@@ -51,10 +51,15 @@ struct SortDescriptor {
 int localizedCaseInsensitiveCompare(const QString& a, const QString& b);
 
 // A text's place in that order, made once and compared often (sorting).
+// Keys are comparable only when made under the same locale: keep them with
+// the collation generation they were made in.
 class LocalizedSortKey {
 public:
     explicit LocalizedSortKey(const QString& text);
     int compare(const LocalizedSortKey& other) const;
+
+    // Changes whenever the user's locale (and with it the order) changes.
+    static quint64 currentGeneration();
 
 private:
     std::optional<QCollatorSortKey> m_collated;

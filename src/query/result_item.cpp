@@ -1,6 +1,7 @@
 #include "query/result_item.h"
 
 #include "common/log.h"
+#include "model/value_text.h"
 #include "presentation/metadata_item_transformer.h"
 #include "presentation/metadata_value.h"
 #include "query/script_command.h"
@@ -12,6 +13,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <exception>
 
 namespace trovara::query {
@@ -78,13 +80,14 @@ void ResultItem::setMetaDataItem(index::ItemRef item)
 
 void ResultItem::forget()
 {
-    m_cache.clear();
+    m_cache = {};
     m_displayName = {};
     m_path = {};
     m_parent = {};
     m_iconName = {};
     m_pathURL = QUrl();
     m_modificationDate = QDateTime();
+    m_sortKeys.clear();
     m_needsLoading = kNeedsLoadingAll;
 }
 
@@ -188,18 +191,16 @@ QVariant ResultItem::valueForKey(const QString& key) const
     if (key == QLatin1String("parent")) {
         return parent();
     }
-    auto cached = m_cache.constFind(key);
-    if (cached != m_cache.constEnd()) {
-        return cached.value();
+    const auto cached = std::find_if(m_cache.begin(), m_cache.end(),
+                                     [&](const std::pair<QString, QVariant>& entry) { return entry.first == key; });
+    if (cached != m_cache.end()) {
+        return cached->second;
     }
     const std::optional<QVariant> value = readAttribute(key);
     if (!value) {
         return {};  // not kept: the next request reads again
     }
-    if (m_cache.isEmpty()) {
-        m_cache.reserve(10);
-    }
-    m_cache.insert(key, *value);
+    m_cache.emplace_back(key, *value);
     return *value;
 }
 
@@ -214,6 +215,24 @@ QVariant ResultItem::valueForKeyPath(const QString& keyPath) const
         return list.isEmpty() ? QVariant() : list.front();
     }
     return value;
+}
+
+const presentation::LocalizedSortKey* ResultItem::localizedSortKey(const QString& keyPath, quint64 generation) const
+{
+    auto cached = std::find_if(m_sortKeys.begin(), m_sortKeys.end(),
+                               [&](const CachedSortKey& entry) { return entry.keyPath == keyPath; });
+    if (cached == m_sortKeys.end()) {
+        cached = m_sortKeys.insert(m_sortKeys.end(), CachedSortKey{keyPath, 0, std::nullopt});
+    }
+    if (cached->generation != generation) {
+        const QVariant value = valueForKeyPath(keyPath);
+        cached->generation = generation;
+        cached->key.reset();
+        if (model::isText(value) && !value.isNull()) {
+            cached->key.emplace(value.toString());
+        }
+    }
+    return cached->key ? &*cached->key : nullptr;
 }
 
 QVariantList ResultItem::values() const

@@ -27,6 +27,7 @@
 #pragma once
 
 #include "index/live/item_ref.h"
+#include "presentation/sort_descriptor.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -90,6 +91,12 @@ public:
     // single value stands for itself).
     QVariant valueForKeyPath(const QString& keyPath) const;
 
+    // The collation key of a text value by key path (as valueForKeyPath()),
+    // for sorting in the user's locale; nullptr when the value is absent or
+    // not a text. Kept until the item forgets its values or the locale
+    // changes, so sorting the same column again makes no keys.
+    const presentation::LocalizedSortKey* localizedSortKey(const QString& keyPath, quint64 generation) const;
+
     // Every attribute as rows for the inspector (MetaDataItemTransformer).
     QVariantList values() const;
     // The path.
@@ -144,13 +151,22 @@ private:
 
     index::ItemRef m_metaDataItem;
     QueryDocument* m_owningDocument;
-    mutable QHash<QString, QVariant> m_cache;  // an invalid value: the record has none
+    // Values read so far, by key; an invalid value: the record has none.
+    // A plain list: an item is asked for a handful of keys (its columns),
+    // and a hash table would cost some kilobytes per item.
+    mutable std::vector<std::pair<QString, QVariant>> m_cache;
     mutable QString m_displayName;
     mutable QString m_path;
     mutable QString m_parent;
     mutable QString m_iconName;
     mutable QUrl m_pathURL;
     mutable QDateTime m_modificationDate;
+    struct CachedSortKey {
+        QString keyPath;
+        quint64 generation;
+        std::optional<presentation::LocalizedSortKey> key;
+    };
+    mutable std::vector<CachedSortKey> m_sortKeys;  // one per column sorted by
     // One bit per property still to load (all set at creation); a bit is
     // cleared on the first request, whatever the outcome.
     enum NeedsLoading : std::uint8_t {

@@ -7,8 +7,7 @@
 #include "query/result_arrangement.h"
 
 #include <algorithm>
-#include <unordered_map>
-#include <unordered_set>
+#include <cstdint>
 
 namespace trovara::query {
 
@@ -20,6 +19,52 @@ const QString kRowHeightKey = QStringLiteral("resultTableRowHeight");
 // More separate insertions and removals than this, and rows are reset
 // instead: views handle one reset faster than many scattered changes.
 constexpr std::size_t kMaximumRuns = 64;
+
+// The row of each result of a list, found by address: open addressing in
+// one flat array, as this runs for every arrangement of up to 50000 rows
+// and a node-based map would allocate once per row.
+class RowOfResult {
+public:
+    explicit RowOfResult(const std::vector<ResultItem*>& rows)
+    {
+        std::size_t capacity = 16;
+        while (capacity < rows.size() * 2) {
+            capacity *= 2;
+        }
+        m_slots.assign(capacity, {nullptr, -1});
+        m_mask = capacity - 1;
+        for (std::size_t row = 0; row < rows.size(); ++row) {
+            std::size_t slot = hash(rows[row]);
+            while (m_slots[slot].first) {
+                slot = (slot + 1) & m_mask;
+            }
+            m_slots[slot] = {rows[row], static_cast<int>(row)};
+        }
+    }
+
+    // The row, or -1.
+    int find(const ResultItem* item) const
+    {
+        for (std::size_t slot = hash(item);; slot = (slot + 1) & m_mask) {
+            if (m_slots[slot].first == item) {
+                return m_slots[slot].second;
+            }
+            if (!m_slots[slot].first) {
+                return -1;
+            }
+        }
+    }
+
+private:
+    std::size_t hash(const ResultItem* item) const
+    {
+        // Fibonacci hashing of the address (its low bits are alignment).
+        return static_cast<std::size_t>((reinterpret_cast<std::uintptr_t>(item) >> 4) * 0x9E3779B97F4A7C15ull) & m_mask;
+    }
+
+    std::vector<std::pair<const ResultItem*, int>> m_slots;
+    std::size_t m_mask = 0;
+};
 
 }  // namespace
 
@@ -89,11 +134,23 @@ void ResultTableModel::applyArrangement(std::vector<ResultItem*> next)
         return;
     }
 
-    const std::unordered_set<const ResultItem*> inNext(next.begin(), next.end());
-    const std::unordered_set<const ResultItem*> inOld(m_arranged.begin(), m_arranged.end());
+    // One pass over each list, with one hash table: the old row of every
+    // old result.
+    const RowOfResult oldRow(m_arranged);
+    std::vector<bool> isNew(next.size());
+    std::vector<int> nextOfOld(m_arranged.size(), -1);  // -1: the old row goes away
+    std::size_t insertedRuns = 0;
+    for (std::size_t i = 0; i < next.size(); ++i) {
+        const int row = oldRow.find(next[i]);
+        isNew[i] = row < 0;
+        if (!isNew[i]) {
+            nextOfOld[static_cast<std::size_t>(row)] = static_cast<int>(i);
+        }
+        insertedRuns += isNew[i] && (i == 0 || !isNew[i - 1]) ? 1 : 0;
+    }
     std::vector<std::pair<int, int>> removedRuns;
     for (int row = 0; row < oldCount; ++row) {
-        if (inNext.count(m_arranged[static_cast<std::size_t>(row)])) {
+        if (nextOfOld[static_cast<std::size_t>(row)] >= 0) {
             continue;
         }
         if (!removedRuns.empty() && removedRuns.back().second == row - 1) {
@@ -101,12 +158,6 @@ void ResultTableModel::applyArrangement(std::vector<ResultItem*> next)
         } else {
             removedRuns.emplace_back(row, row);
         }
-    }
-    std::vector<bool> isNew(next.size());
-    std::size_t insertedRuns = 0;
-    for (std::size_t i = 0; i < next.size(); ++i) {
-        isNew[i] = !inOld.count(next[i]);
-        insertedRuns += isNew[i] && (i == 0 || !isNew[i - 1]) ? 1 : 0;
     }
     if (removedRuns.size() + insertedRuns > kMaximumRuns) {
         beginResetModel();
@@ -121,27 +172,27 @@ void ResultTableModel::applyArrangement(std::vector<ResultItem*> next)
         m_arranged.erase(m_arranged.begin() + run->first, m_arranged.begin() + run->second + 1);
         endRemoveRows();
     }
+    std::erase(nextOfOld, -1);  // now by the rows that stayed
 
-    // Rows that stayed, into their new order.
+    // Rows that stayed, into their new order: a row's place among the rows
+    // that stay is its place in the new list less the new rows before it.
+    std::vector<int> retainedRowOfNext(next.size(), -1);
     std::vector<ResultItem*> retained;
     retained.reserve(m_arranged.size());
     for (std::size_t i = 0; i < next.size(); ++i) {
         if (!isNew[i]) {
+            retainedRowOfNext[i] = static_cast<int>(retained.size());
             retained.push_back(next[i]);
         }
     }
     if (retained != m_arranged) {
         emit layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
-        std::unordered_map<const ResultItem*, int> rowOf;
-        rowOf.reserve(retained.size());
-        for (std::size_t row = 0; row < retained.size(); ++row) {
-            rowOf.emplace(retained[row], static_cast<int>(row));
-        }
         const QModelIndexList from = persistentIndexList();
         QModelIndexList to;
         to.reserve(from.size());
         for (const QModelIndex& old : from) {
-            to.push_back(index(rowOf.at(m_arranged[static_cast<std::size_t>(old.row())]), old.column()));
+            const int row = retainedRowOfNext[static_cast<std::size_t>(nextOfOld[static_cast<std::size_t>(old.row())])];
+            to.push_back(index(row, old.column()));
         }
         m_arranged = std::move(retained);
         changePersistentIndexList(from, to);

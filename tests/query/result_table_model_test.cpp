@@ -141,6 +141,44 @@ TEST_F(ResultList, SortsTextsInTheLocaleOrderOrByCodeUnit)
     EXPECT_EQ(names(table.arrangedObjects()), QStringList({"Zebra", "birne", "Äpfel", "apfel", "Apfel"}));
 }
 
+// Long lists take shortcuts: texts with few distinct values sort by rank,
+// mostly distinct ones by keys each result keeps. Both must give the order
+// of the descriptor's own comparison, in whatever locale is current.
+TEST_F(ResultList, LongListsSortAsTheDescriptorCompares)
+{
+    static const char* const words[] = {"Äpfel", "apfel", "Apfel", "birne", "Zebra", "zebra", "éclair", "Eclair"};
+    std::vector<std::shared_ptr<ResultItem>> content;
+    for (int i = 0; i < 6000; ++i) {
+        FileRecord record{"/x/" + std::string(words[(i * 7) % 8]) + (i % 20 ? std::to_string(i) : std::string())};
+        record.comment = i % 5 ? std::optional<std::string>(words[(i * 3) % 8]) : std::nullopt;
+        content.push_back(makeResult(record));
+    }
+    const SortDescriptor byComment{QStringLiteral("kMDItemFinderComment"), true, Comparison::LocalizedCaseInsensitive};
+    const auto expectSorted = [&](const std::vector<SortDescriptor>& order) {
+        const std::vector<ResultItem*> arranged = arrangeResults(content, std::nullopt, order);
+        ASSERT_EQ(arranged.size(), content.size());
+        for (std::size_t row = 0; row + 1 < arranged.size(); ++row) {
+            for (const SortDescriptor& descriptor : order) {
+                const int c = descriptor.compare(arranged[row]->valueForKeyPath(descriptor.key),
+                                                 arranged[row + 1]->valueForKeyPath(descriptor.key));
+                ASSERT_LE(c, 0) << "row " << row << " by " << descriptor.key.toStdString();
+                if (c < 0) {
+                    break;
+                }
+            }
+        }
+    };
+    for (const QLocale& language : {QLocale(QLocale::German, QLocale::Germany), QLocale(QLocale::Swedish, QLocale::Sweden),
+                                    QLocale::c()}) {
+        SCOPED_TRACE(language.name().toStdString());
+        const test::ScopedLocale locale(language);
+        expectSorted({kByName});
+        expectSorted({{kByName.key, false, Comparison::LocalizedCaseInsensitive}});
+        expectSorted({byComment, kByName});
+        expectSorted({{byComment.key, false, Comparison::Default}, kByName});
+    }
+}
+
 TEST_F(ResultList, SortsListsByTheirFirstValue)
 {
     FileRecord a{"/x/a"}, b{"/x/b"}, c{"/x/c"};
