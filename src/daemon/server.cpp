@@ -400,20 +400,21 @@ private:
             return;
         }
         const std::int64_t generation = live.view()->base()->generation();
-        for (std::size_t at = 0; at < changes.removed.size(); at += kPathsPerEvent) {
+        // Removals and additions of one batch travel together where they
+        // fit one event, so that a rename reaches the client as one change.
+        std::size_t removedAt = 0;
+        std::size_t itemsAt = 0;
+        while (removedAt < changes.removed.size() || itemsAt < items.size()) {
             ChangesEvent event;
             event.generation = generation;
-            const auto end = std::min(changes.removed.size(), at + kPathsPerEvent);
-            event.removed.assign(changes.removed.begin() + static_cast<long>(at),
-                                 changes.removed.begin() + static_cast<long>(end));
-            sendFromElsewhere(client, event);
-        }
-        for (std::size_t at = 0; at < items.size(); at += kItemsPerEvent) {
-            ChangesEvent event;
-            event.generation = generation;
-            const auto end = std::min(items.size(), at + kItemsPerEvent);
-            event.upserted.assign(std::make_move_iterator(items.begin() + static_cast<long>(at)),
-                                  std::make_move_iterator(items.begin() + static_cast<long>(end)));
+            const auto removedEnd = std::min(changes.removed.size(), removedAt + kPathsPerEvent);
+            event.removed.assign(changes.removed.begin() + static_cast<long>(removedAt),
+                                 changes.removed.begin() + static_cast<long>(removedEnd));
+            removedAt = removedEnd;
+            const auto itemsEnd = std::min(items.size(), itemsAt + kItemsPerEvent);
+            event.upserted.assign(std::make_move_iterator(items.begin() + static_cast<long>(itemsAt)),
+                                  std::make_move_iterator(items.begin() + static_cast<long>(itemsEnd)));
+            itemsAt = itemsEnd;
             sendFromElsewhere(client, event);
         }
     }

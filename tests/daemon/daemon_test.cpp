@@ -17,6 +17,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <mutex>
 #include <thread>
 
 namespace trovara::daemon {
@@ -169,12 +171,28 @@ TEST_F(DaemonTest, ClientsRunTheIndexThroughTheDaemonAndFollowItsChanges)
     ASSERT_TRUE(dispatcher->runUntilIdle(query));
     EXPECT_EQ(results(query), std::set<std::string>{at("docs/report.txt")});
 
+    // A rename comes as one change: its old path gone and its new one there.
+    std::mutex seenMutex;
+    bool renameInOne = false;
+    const int subscription = source.value()->subscribeToChanges([&](const index::IndexChanges& changes) {
+        const bool gone = std::find(changes.removed.begin(), changes.removed.end(), at("docs/report.txt"))
+                          != changes.removed.end();
+        const bool there = std::any_of(changes.upserted.begin(), changes.upserted.end(),
+                                       [&](const index::ItemRef& item) { return item.path() == at("report moved.txt"); });
+        std::lock_guard lock(seenMutex);
+        renameInOne = renameInOne || (gone && there);
+    });
     writeFile(at("docs/report 2.txt"), "2");
     ASSERT_TRUE(dispatcher->runUntil([&] { return results(query).count(at("docs/report 2.txt")) == 1; }));
     ASSERT_EQ(::rename(at("docs/report.txt").c_str(), at("report moved.txt").c_str()), 0);
     ASSERT_TRUE(dispatcher->runUntil([&] {
         return results(query) == std::set<std::string>{at("docs/report 2.txt"), at("report moved.txt")};
     }));
+    source.value()->unsubscribeFromChanges(subscription);
+    {
+        std::lock_guard lock(seenMutex);
+        EXPECT_TRUE(renameInOne);
+    }
     query.stop();
 }
 

@@ -209,6 +209,7 @@ struct PendingWrite {
     Nanoseconds last = 0;
     bool content = false;  // else only attributes
     bool isFolder = false;
+    bool closed = false;  // the writer closed the file: nothing more is coming
 };
 
 // A reported change that makes the caller read its path.
@@ -663,20 +664,26 @@ private:
 
     Nanoseconds writeDeadline(const PendingWrite& write) const
     {
+        if (write.closed) {
+            return write.last;
+        }
         return std::min(write.last + m_options.writeQuietPeriod, write.first + m_options.writeMaxDelay);
     }
 
-    void noteWrite(std::string_view path, bool isFolder, bool content, Nanoseconds now)
+    // A write that ends with the writer closing the file (as a save does) is
+    // reported at once; one still going on waits for a pause.
+    void noteWrite(std::string_view path, bool isFolder, bool content, Nanoseconds now, bool closed = false)
     {
         if (covered(path)) {
             return;
         }
         auto it = m_writes.find(path);
         if (it == m_writes.end()) {
-            it = m_writes.emplace(std::string(path), PendingWrite{now, now, content, isFolder}).first;
+            it = m_writes.emplace(std::string(path), PendingWrite{now, now, content, isFolder, closed}).first;
         } else {
             it->second.last = std::max(it->second.last, now);
             it->second.content = it->second.content || content;
+            it->second.closed = closed;
         }
         m_nextWriteDeadline = std::min(m_nextWriteDeadline, writeDeadline(it->second));
     }
@@ -859,7 +866,7 @@ private:
             return;
         }
         if (mask & (IN_MODIFY | IN_CLOSE_WRITE)) {
-            noteWrite(path, isFolder, true, now);
+            noteWrite(path, isFolder, true, now, (mask & IN_CLOSE_WRITE) != 0);
         }
         if (mask & IN_ATTRIB) {
             noteWrite(path, isFolder, false, now);

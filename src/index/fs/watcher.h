@@ -50,9 +50,10 @@
 //    batch or the one before, the entry being gone already) are repeated
 //    under the new path after the Moved.
 //  - ContentChanged: the file's contents were written; read the entry again
-//    (its stat, type and extended attributes). Writes are coalesced: one
-//    change when writing pauses for the quiet period, and at least one per
-//    maximum delay while writing goes on.
+//    (its stat, type and extended attributes). A write that ends with the
+//    writer closing the file (a save) is reported at once; writes into a
+//    file held open are coalesced: one change when writing pauses for the
+//    quiet period, and at least one per maximum delay while writing goes on.
 //  - AttributesChanged: permissions, owner, times or extended attributes
 //    (tags, comments) changed; stat it and read its extended attributes
 //    again. Coalesced like writes.
@@ -135,7 +136,8 @@ struct WatcherOptions {
     std::size_t maxWatches = 0;
     // How long the first half of a rename waits for its second half.
     Nanoseconds pairingWindow = 100 * kMillisecond;
-    // A written file is reported once writing has paused this long …
+    // A file written and kept open is reported once writing has paused this
+    // long …
     Nanoseconds writeQuietPeriod = 250 * kMillisecond;
     // … and at least this often while writing goes on.
     Nanoseconds writeMaxDelay = 1 * kSecond;

@@ -106,6 +106,7 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
     std::unordered_set<const void*> pendingChanged;
     bool flushScheduled = false;
     std::optional<Dispatcher::TimePoint> lastUpdate;  // when the last update went out
+    std::optional<Dispatcher::TimePoint> lastChange;  // when changes last came in
     std::unordered_set<const void*> visibleBefore;
     bool windowCaptured = false;
 
@@ -380,6 +381,10 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
         if (count == 0) {
             return;
         }
+        const Dispatcher::TimePoint now = dispatcher->now();
+        const auto interval = options.batching.updateInterval;
+        const bool quiet = !lastChange || now - *lastChange >= interval / 2;
+        lastChange = now;
         if (count >= options.batching.updateCount) {
             flushUpdate();
             return;
@@ -387,11 +392,11 @@ struct LiveQuery::State : std::enable_shared_from_this<State> {
         if (flushScheduled) {
             return;
         }
-        // The first change after a quiet interval goes out at once; those
-        // that follow it within the interval wait for its end, together.
-        const Dispatcher::TimePoint now = dispatcher->now();
-        const auto interval = options.batching.updateInterval;
-        if (!lastUpdate || now - *lastUpdate >= interval) {
+        // A change after a quiet spell goes out at once: the first after an
+        // interval without updates, or one that comes when no change has
+        // come for half an interval (a person at work, not a burst). Changes
+        // that follow closely wait for the end of the interval, together.
+        if (!lastUpdate || now - *lastUpdate >= interval || quiet) {
             flushUpdate();
             return;
         }

@@ -229,7 +229,7 @@ TEST_F(WatcherTest, AnAtomicReplaceLeavesTheTargetToBeReadAgain)
     EXPECT_EQ(model.paths(), findPaths(root));
 }
 
-TEST_F(WatcherTest, CoalescesWritesUntilWritingPausesAndReportsLongWritesEverySecond)
+TEST_F(WatcherTest, CoalescesWritesToAnOpenFileAndReportsASaveAtOnce)
 {
     const WatcherOptions options;
     const std::string file = root + "/log.txt";
@@ -268,10 +268,18 @@ TEST_F(WatcherTest, CoalescesWritesUntilWritingPausesAndReportsLongWritesEverySe
     }
     EXPECT_EQ(reportedAt, (std::vector<Nanoseconds>{options.writeMaxDelay, 2 * options.writeMaxDelay + 100 * kMillisecond}));
 
-    // Closing the file is one more write, reported when it has settled.
+    // Closing the file ends the writing: reported at once, no quiet period.
     ::close(fd);
     EXPECT_TRUE(watcher.readChanges(now).empty());
-    EXPECT_EQ(settle(watcher), std::vector{change(Kind::ContentChanged, file)});
+    EXPECT_EQ(watcher.pollDue(now), std::vector{change(Kind::ContentChanged, file)});
+    EXPECT_EQ(watcher.nextDeadline(), kNever);
+
+    // A save (open, write, close) likewise, however quick.
+    now += kSecond;
+    writeFile(file, "saved\n");
+    EXPECT_TRUE(watcher.readChanges(now).empty());
+    EXPECT_EQ(watcher.pollDue(now), std::vector{change(Kind::ContentChanged, file)});
+    EXPECT_EQ(watcher.nextDeadline(), kNever);
 }
 
 TEST_F(WatcherTest, ReportsPermissionAndExtendedAttributeChanges)

@@ -159,6 +159,16 @@ TEST_F(LiveQueryTest, ChangesAfterGatheringArriveAsBatchedUpdates)
     EXPECT_EQ(query->resultCount(), 20u);
     EXPECT_TRUE(query->isIdle());
 
+    // A change after half an interval without changes is a person at work,
+    // not a burst: at once, though the last update is only just out.
+    dispatcher->advance(100ms);
+    writeFile(at("docs/report renamed.txt"), "r");
+    apply({{Kind::Changed, at("docs/report renamed.txt")}});
+    dispatcher->runReady();
+    ASSERT_EQ(updates.size(), 3u);
+    EXPECT_EQ(paths(updates[2].added), std::set<std::string>{at("docs/report renamed.txt")});
+    updates.pop_back();
+
     // A change that touches no result tells the query nothing.
     writeFile(at("other/notes.md"), "longer notes");
     apply({{Kind::Changed, at("other/notes.md")}});
