@@ -353,6 +353,25 @@ TEST_F(TrovaIndex, SearchPrintsTheRowsAsTheResultTableShowsThemThenTheStatusLine
     EXPECT_EQ(nothing.out, QByteArray("No files found\n"));
 }
 
+TEST_F(TrovaIndex, SearchLivePrintsTheStatusLineAsFilesChange)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    QProcess live;
+    live.start(QStringLiteral(TROVA_BINARY),
+               {"--index", index, "search", "-live", "-onlyin", tree + "/Documents", R"(kMDItemDisplayName == "*report*"cd)"});
+    QByteArray seen;
+    ASSERT_TRUE(readUntil(live, seen, {"2 files found\n"})) << seen.toStdString();
+    writeFile(QStringLiteral("cli-tree/Documents/third report.txt"), "3");
+    ASSERT_TRUE(readUntil(live, seen, {"3 files found\n"})) << seen.toStdString();
+    ASSERT_TRUE(QFile::remove(tree + "/Documents/Old/report-old.txt"));
+    ASSERT_TRUE(QFile::remove(tree + "/Documents/third report.txt"));
+    ASSERT_TRUE(readUntil(live, seen, {"1 file found\n"})) << seen.toStdString();
+    live.terminate();
+    ASSERT_TRUE(live.waitForFinished(30000));
+    EXPECT_EQ(live.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(live.exitCode(), 0) << live.readAllStandardError().toStdString();
+}
+
 TEST_F(TrovaIndex, SearchRefusesBadArgumentsAndQueriesItCannotRun)
 {
     ASSERT_EQ(run({"index", "add", tree}).status, 0);
