@@ -14,12 +14,16 @@
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <mutex>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+#include <optional>
 #include <unordered_map>
+#include <unordered_set>
+#include <vector>
 
 namespace trovara::index {
 
@@ -178,21 +182,48 @@ ExtendedAttributes readAttributes(List list, Get get)
     return attributes;
 }
 
-// QMimeDatabase answers a name without a recognised suffix slowly (every
-// complex glob is tried); names without an extension, such as README,
-// Makefile or .gitignore, recur across a tree, so their answers are kept.
+// The glob patterns of shared-mime-info, sorted by how a name is matched
+// against them: "*.ext" suffixes, whole names, and the few other globs.
+struct GlobPatterns {
+    std::unordered_set<std::string> suffixes;  // "ext" of "*.ext", lower case
+    std::unordered_set<std::string> names;     // lower case
+    std::vector<std::string> others;           // lower case, for fnmatch()
+
+    explicit GlobPatterns(const QMimeDatabase& database)
+    {
+        for (const QMimeType& type : database.allMimeTypes()) {
+            for (const QString& glob : type.globPatterns()) {
+                const std::string pattern = glob.toLower().toStdString();
+                const bool wild = pattern.find_first_of("*?[") != std::string::npos;
+                if (pattern.size() > 2 && pattern.starts_with("*.")
+                    && pattern.find_first_of("*?[", 2) == std::string::npos) {
+                    suffixes.insert(pattern.substr(2));
+                } else if (!wild) {
+                    names.insert(pattern);
+                } else {
+                    others.push_back(pattern);
+                }
+            }
+        }
+    }
+};
+
+// QMimeDatabase matches a name slowly: it tries every complex glob with a
+// regular expression, on every call. Yet which types a name has depends
+// only on its longest "*.ext" suffix, unless the name is one the database
+// knows whole or one of the few other globs fits it; so the answer is kept
+// per suffix, and per whole name for those others (Makefile, README.md).
 class NameMatchCache {
 public:
     QStringList matches(const QMimeDatabase& database, std::string_view name)
     {
-        const bool cacheable = name.find('.', 1) == std::string_view::npos;
-        if (!cacheable) {
+        const std::optional<std::string> key = keyOf(database, name);
+        if (!key) {
             return typeNames(database, name);
         }
-        const std::string key(name);
         {
             const std::lock_guard lock(m_mutex);
-            const auto it = m_matches.find(key);
+            const auto it = m_matches.find(*key);
             if (it != m_matches.end()) {
                 return it->second;
             }
@@ -202,12 +233,41 @@ public:
         if (m_matches.size() >= kCapacity) {
             m_matches.clear();  // unbounded hash-like names must not grow it forever
         }
-        m_matches.emplace(key, result);
+        m_matches.emplace(*key, result);
         return result;
     }
 
 private:
     static constexpr std::size_t kCapacity = 4096;
+
+    // What the answer for `name` depends on, or none when it must be asked
+    // for the name itself.
+    static std::optional<std::string> keyOf(const QMimeDatabase& database, std::string_view name)
+    {
+        // Case folding beyond ASCII is the database's own business.
+        if (std::any_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; })) {
+            return std::nullopt;
+        }
+        static const GlobPatterns patterns(database);
+        std::string lower(name);
+        std::transform(lower.begin(), lower.end(), lower.begin(),
+                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+        if (patterns.names.contains(lower)) {
+            return "=" + std::string(name);
+        }
+        for (const std::string& glob : patterns.others) {
+            if (::fnmatch(glob.c_str(), lower.c_str(), 0) == 0) {
+                return "=" + std::string(name);
+            }
+        }
+        // The suffix keeps its case: a few globs ("*.C") care about it.
+        for (std::size_t dot = lower.find('.'); dot != std::string::npos; dot = lower.find('.', dot + 1)) {
+            if (patterns.suffixes.contains(lower.substr(dot + 1))) {
+                return "*" + std::string(name.substr(dot));
+            }
+        }
+        return std::string("*");  // no suffix the database knows
+    }
 
     static QStringList typeNames(const QMimeDatabase& database, std::string_view name)
     {

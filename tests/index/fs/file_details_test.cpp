@@ -72,6 +72,35 @@ TEST(FileDetails, TellsTheMimeTypeByNameFirstThenByContent)
     }
 }
 
+TEST(FileDetails, NamesThatLookAlikeKeepTheirOwnTypes)
+{
+    // Answers by name are remembered per suffix; each pair differs in what
+    // decides: the case of the suffix, a longer suffix, a glob that needs
+    // the whole name. Asked one after the other, both ways round.
+    const std::string root = makeTree("lookalike");
+    const std::pair<const char*, const char*> pairs[][2] = {
+        {{"main.c", "text/x-csrc"}, {"MAIN.C", "text/x-c++src"}},
+        {{"data.gz", "application/gzip"}, {"data.tar.gz", "application/x-compressed-tar"}},
+        {{"libz.so", "application/x-sharedlib"}, {"libz.so.1", "application/x-sharedlib"}},
+        {{"notes.c", "text/x-csrc"}, {"notes.1", "application/x-troff-man"}},
+        {{"report", "text/plain"}, {"report~", "application/x-trash"}},
+        {{"build", "text/plain"}, {"Makefile", "text/x-makefile"}},
+    };
+    for (const auto& pair : pairs) {
+        for (const auto& [name, mimeType] : pair) {
+            writeFile(root + "/" + name, "int x;\n");
+        }
+    }
+    for (const bool reversed : {false, true}) {
+        for (const auto& pair : pairs) {
+            for (int i = 0; i < 2; ++i) {
+                const auto& [name, mimeType] = pair[reversed ? 1 - i : i];
+                EXPECT_EQ(detailsThroughFolder(root, name).mimeType, mimeType) << name;
+            }
+        }
+    }
+}
+
 TEST(FileDetails, TellsFoldersLinksAndSpecialFilesByTheirKind)
 {
     const std::string root = makeTree("kinds");

@@ -10,53 +10,23 @@
 
 using namespace trovara::index;
 
-TEST(TypeTree, MapsEveryMimeTypeOfTheTable)
+TEST(TypeTree, MapsMimeTypesOfEveryFamilyToKnownIdentifiers)
 {
+    // One row of each family: images, sound, video, text, source code,
+    // documents, office files, archives, folders, links and programs.
     const std::pair<const char*, const char*> rows[] = {
         {"image/jpeg", "public.jpeg"},
-        {"image/png", "public.png"},
-        {"image/gif", "com.compuserve.gif"},
-        {"image/tiff", "public.tiff"},
-        {"image/bmp", "com.microsoft.bmp"},
-        {"image/webp", "org.webmproject.webp"},
-        {"image/svg+xml", "public.svg-image"},
-        {"image/heic", "public.heic"},
         {"audio/mpeg", "public.mp3"},
-        {"audio/x-wav", "com.microsoft.waveform-audio"},
-        {"audio/flac", "org.xiph.flac"},
-        {"audio/mp4", "public.mpeg-4-audio"},
-        {"video/mp4", "public.mpeg-4"},
         {"video/quicktime", "com.apple.quicktime-movie"},
-        {"video/x-msvideo", "public.avi"},
-        {"video/x-matroska", "org.matroska.mkv"},
         {"text/plain", "public.plain-text"},
-        {"text/html", "public.html"},
-        {"text/csv", "public.comma-separated-values-text"},
-        {"application/json", "public.json"},
-        {"text/x-csrc", "public.c-source"},
-        {"text/x-chdr", "public.c-header"},
         {"text/x-c++src", "public.c-plus-plus-source"},
-        {"text/x-python", "public.python-script"},
-        {"application/x-shellscript", "public.shell-script"},
-        {"application/javascript", "com.netscape.javascript-source"},
         {"application/pdf", "com.adobe.pdf"},
-        {"application/epub+zip", "org.idpf.epub-container"},
-        {"message/rfc822", "com.apple.mail.email"},
-        {"text/vcard", "public.vcard"},
-        {"application/vnd.oasis.opendocument.presentation", "public.presentation"},
-        {"application/vnd.openxmlformats-officedocument.presentationml.presentation", "public.presentation"},
-        {"application/vnd.oasis.opendocument.spreadsheet", "public.spreadsheet"},
         {"application/vnd.openxmlformats-officedocument.spreadsheetml.sheet", "public.spreadsheet"},
         {"application/vnd.oasis.opendocument.text", "public.content"},
-        {"application/vnd.openxmlformats-officedocument.wordprocessingml.document", "public.content"},
-        {"application/zip", "public.zip-archive"},
         {"application/gzip", "org.gnu.gnu-zip-archive"},
-        {"application/x-iso9660-image", "public.iso-image"},
-        {"application/x-apple-diskimage", "com.apple.disk-image-udif"},
         {"inode/directory", "public.folder"},
         {"inode/symlink", "com.apple.alias-file"},
         {"application/x-executable", "public.unix-executable"},
-        {"application/x-desktop", "com.apple.application"},
     };
     const auto known = knownTypeIdentifiers();
     for (const auto& [mimeType, identifier] : rows) {
