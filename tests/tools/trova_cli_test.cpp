@@ -317,6 +317,78 @@ TEST_F(TrovaIndex, FindLivePrintsTheResultsThenEveryChange)
     EXPECT_EQ(lines(run({"find", "-name", "moved"}).out), QStringList{tree + "/Documents/moved report.txt"});
 }
 
+TEST_F(TrovaIndex, SearchPrintsTheRowsAsTheResultTableShowsThemThenTheStatusLine)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    const QString reports = QStringLiteral(R"(kMDItemDisplayName == "*report*"cd)");
+
+    Outcome all = run({"search", "-column", "kMDItemDisplayName", "-column", "kMDItemFSSize", "-sortby",
+                       "kMDItemFSSize", reports});
+    EXPECT_EQ(all.status, 0) << all.err.toStdString();
+    EXPECT_EQ(all.out, QByteArray("report.key\t1.000 Bytes\n"
+                                  "report-old.txt\t3.000 Bytes\n"
+                                  "Report 2024.txt\t18.000 Bytes\n"
+                                  "3 files found\n"));
+
+    Outcome descending = run({"search", "-column", "kMDItemFSSize", "-descending", reports});
+    EXPECT_EQ(descending.out, QByteArray("18.000 Bytes\n3.000 Bytes\n1.000 Bytes\n3 files found\n"));
+
+    // The quick filter hides rows and says so; the count stays the query's.
+    Outcome filtered = run({"search", "-exclude-path", "SECRET", reports});
+    EXPECT_EQ(lines(filtered.out), QStringList({tree + "/Documents/Old/report-old.txt", tree + "/Documents/Report 2024.txt",
+                                                "2 of 3 shown"}));
+
+    // An excluded folder is a plain prefix of the path.
+    Outcome excluded = run({"search", "-exclude", tree + "/Documents/O", reports});
+    EXPECT_EQ(lines(excluded.out),
+              QStringList({tree + "/.secret/report.key", tree + "/Documents/Report 2024.txt", "2 files found"}));
+
+    Outcome limited = run({"search", "-limit", "1", "-limitkey", "kMDItemFSSize", reports});
+    EXPECT_EQ(limited.out, (tree + "/Documents/Report 2024.txt\n1 file found\n").toUtf8());
+    Outcome earliest = run({"search", "-limit", "1", "-limitkey", "kMDItemFSSize", "-earliest", reports});
+    EXPECT_EQ(earliest.out, (tree + "/.secret/report.key\n1 file found\n").toUtf8());
+
+    Outcome nothing = run({"search", "-onlyin", tree + "/Documents/Old", R"(kMDItemDisplayName == "*zzz*")"});
+    EXPECT_EQ(nothing.status, 0);
+    EXPECT_EQ(nothing.out, QByteArray("No files found\n"));
+}
+
+TEST_F(TrovaIndex, SearchLivePrintsTheStatusLineAsFilesChange)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    QProcess live;
+    live.start(QStringLiteral(TROVA_BINARY),
+               {"--index", index, "search", "-live", "-onlyin", tree + "/Documents", R"(kMDItemDisplayName == "*report*"cd)"});
+    QByteArray seen;
+    ASSERT_TRUE(readUntil(live, seen, {"2 files found\n"})) << seen.toStdString();
+    writeFile(QStringLiteral("cli-tree/Documents/third report.txt"), "3");
+    ASSERT_TRUE(readUntil(live, seen, {"3 files found\n"})) << seen.toStdString();
+    ASSERT_TRUE(QFile::remove(tree + "/Documents/Old/report-old.txt"));
+    ASSERT_TRUE(QFile::remove(tree + "/Documents/third report.txt"));
+    ASSERT_TRUE(readUntil(live, seen, {"1 file found\n"})) << seen.toStdString();
+    live.terminate();
+    ASSERT_TRUE(live.waitForFinished(30000));
+    EXPECT_EQ(live.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(live.exitCode(), 0) << live.readAllStandardError().toStdString();
+}
+
+TEST_F(TrovaIndex, SearchRefusesBadArgumentsAndQueriesItCannotRun)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    Outcome limit = run({"search", "-limit", "many", "report"});
+    EXPECT_EQ(limit.status, 2);
+    EXPECT_TRUE(limit.err.contains("-limit takes a whole number")) << limit.err.toStdString();
+    EXPECT_EQ(run({"search", "-sortby", "kMDItemFSSize", "report"}).status, 2);
+    EXPECT_EQ(run({"search", "-column"}).status, 2);
+    EXPECT_EQ(run({"search", "-name", "report"}).status, 2);
+    Outcome bad = run({"search", "kMDItemFSSize > && x"});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_TRUE(bad.err.startsWith("trova: invalid query")) << bad.err.toStdString();
+    Outcome missing = run({"search", "-onlyin", tree + "/nowhere", "report"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_FALSE(missing.err.isEmpty());
+}
+
 TEST_F(TrovaIndex, FindLiveRefusesWhatItCannotDo)
 {
     Outcome counted = run({"find", "-live", "-count", "x"});

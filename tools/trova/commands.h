@@ -31,6 +31,14 @@ int importCommand(const GlobalOptions& global, const QStringList& arguments);
 // `trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] QUERY`.
 int findCommand(const GlobalOptions& global, const QStringList& arguments);
 
+// `trova search [options] QUERY`: the query run as a search window runs it
+// (exclusions, limit, quick filter, columns); prints the rows, one line
+// each with the columns' texts separated by tabs, then the status line.
+// With -live, prints the status line whenever it changes, until
+// interrupted. Exit status 1 when the query cannot run or reaches the
+// result cap, 2 for bad arguments.
+int searchCommand(const GlobalOptions& global, const QStringList& arguments);
+
 // `trova daemon start|stop|status`.
 int daemonCommand(const GlobalOptions& global, const QStringList& arguments);
 

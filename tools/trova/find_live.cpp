@@ -1,4 +1,5 @@
 // trova find -live: a live query on the command line.
+#include "interrupt.h"
 #include "live_source.h"
 #include "services.h"
 
@@ -7,24 +8,12 @@
 #include "index/live/qt_live_query.h"
 
 #include <QCoreApplication>
-#include <QSocketNotifier>
 
-#include <csignal>
 #include <cstdio>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace trovara::cli {
 
 namespace {
-
-int g_signalPipe[2] = {-1, -1};
-
-extern "C" void onSignal(int)
-{
-    const char byte = 1;
-    (void)!::write(g_signalPipe[1], &byte, 1);
-}
 
 class LinePrinter {
 public:
@@ -112,18 +101,10 @@ int findLive(const GlobalOptions& global, const std::string& query, const std::v
 
     // Interrupted (Ctrl-C, or terminated): the loop ends, the query stops and
     // the index is left consistent.
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, g_signalPipe) != 0) {
-        printError(QStringLiteral("cannot set up signal handling"));
+    QuitOnInterrupt interrupt;
+    if (!interrupt.isReady()) {
         return 1;
     }
-    QSocketNotifier notifier(g_signalPipe[0], QSocketNotifier::Read);
-    QObject::connect(&notifier, &QSocketNotifier::activated, [] { QCoreApplication::exit(0); });
-    struct sigaction action {};
-    action.sa_handler = onSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
 
     if (index::Expected<void> started = live.query().execute(); !started) {
         printError(QString::fromStdString(
@@ -133,8 +114,6 @@ int findLive(const GlobalOptions& global, const std::string& query, const std::v
     }
     const int status = QCoreApplication::exec();
     live.query().stop();
-    ::close(g_signalPipe[0]);
-    ::close(g_signalPipe[1]);
     return status;
 }
 

@@ -25,6 +25,10 @@ void printUsage(FILE* stream)
                "  find [-onlyin DIR]... [-name TEXT] [-count] [-0] [-interpret] [-live] QUERY\n"
                "                         search the index (or folders outside it); -live\n"
                "                         then prints + PATH, - PATH, ~ PATH as files change\n"
+               "  search [-onlyin DIR]... [-exclude DIR]... [-limit N] [-filter-name TEXT]\n"
+               "         [-column KEY]... [-sortby KEY] [-live] QUERY\n"
+               "                         run a search as a search window does: print its rows,\n"
+               "                         then its status line (trova search -h for more)\n"
                "  ls FILE...             print every attribute of files\n"
                "  import -L              list the importers and the content types they read\n"
                "  import FILE...         print what the importers extract from files\n"
@@ -87,6 +91,9 @@ int main(int argc, char* argv[])
     }
     if (command == QLatin1String("daemon")) {
         return trovara::cli::daemonCommand(global, arguments);
+    }
+    if (command == QLatin1String("search")) {
+        return trovara::cli::searchCommand(global, arguments);
     }
     if (command == QLatin1String("find")) {
         return trovara::cli::findCommand(global, arguments);
