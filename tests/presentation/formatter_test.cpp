@@ -5,7 +5,7 @@
 #include "presentation/byte_formatter.h"
 #include "presentation/date_formatter.h"
 #include "presentation/finder_label_formatter.h"
-#include "presentation/inspector_value_formatter.h"
+#include "presentation/detail_value_formatter.h"
 #include "presentation/multivalue_formatter.h"
 #include "presentation/number_formatter.h"
 #include "presentation/text_format.h"

@@ -1,4 +1,4 @@
-#include "presentation/inspector_value_formatter.h"
+#include "presentation/detail_value_formatter.h"
 
 #include "model/value_text.h"
 
