@@ -363,6 +363,24 @@ void applyPermissions(const QString& temporary, const QString& target)
     ::chmod(QFile::encodeName(temporary).constData(), mode);
 }
 
+// Inserts the entries into the (empty) metadata table; an SQLite result code.
+int insertMetadata(Database& db, const QVariantMap& metadata)
+{
+    Statement insert(db, QStringLiteral("INSERT INTO \"_metadata\" (\"key\", \"value\") VALUES (?, ?)"));
+    if (insert.prepareResult() != SQLITE_OK) {
+        return insert.prepareResult();
+    }
+    for (auto it = metadata.begin(); it != metadata.end(); ++it) {
+        insert.bind(1, it.key());
+        insert.bind(2, it.value());
+        if (const int rc = insert.step(); rc != SQLITE_DONE) {
+            return rc;
+        }
+        insert.reset();
+    }
+    return SQLITE_OK;
+}
+
 Status writeGraph(Database& db, const ManagedObjectContext& context, const QVariantMap& metadata,
                   const QString& target, const SaveOptions& options)
 {
@@ -384,19 +402,8 @@ Status writeGraph(Database& db, const ManagedObjectContext& context, const QVari
             return fail(rc);
         }
     }
-    {
-        Statement insert(db, QStringLiteral("INSERT INTO \"_metadata\" (\"key\", \"value\") VALUES (?, ?)"));
-        if (insert.prepareResult() != SQLITE_OK) {
-            return fail(insert.prepareResult());
-        }
-        for (auto it = metadata.begin(); it != metadata.end(); ++it) {
-            insert.bind(1, it.key());
-            insert.bind(2, it.value());
-            if ((rc = insert.step()) != SQLITE_DONE) {
-                return fail(rc);
-            }
-            insert.reset();
-        }
+    if ((rc = insertMetadata(db, metadata)) != SQLITE_OK) {
+        return fail(rc);
     }
 
     const std::vector<TableLayout> layouts = tableLayouts(context.model());
@@ -595,6 +602,37 @@ Result<QVariantMap> SqliteStore::readMetadata(const QString& path)
         return status.error();
     }
     return readMetadataFrom(db, path);
+}
+
+Status SqliteStore::writeMetadata(const QString& path, const QVariantMap& metadata)
+{
+    Database db;
+    if (!QFileInfo::exists(path)) {
+        return readError(path, Error::kFileReadError, QStringLiteral("The file doesn't exist."));
+    }
+    int rc = db.open(path, SQLITE_OPEN_READWRITE);
+    if (rc != SQLITE_OK) {
+        return writeError(path, rc, db.message());
+    }
+    // Nothing is written into a file that is not a store this version reads.
+    if (Status status = checkHeader(db, path); !status) {
+        return status;
+    }
+    auto fail = [&](int code) {
+        Error error = writeError(path, code, db.message(), sqlite3_system_errno(db.handle()));
+        db.exec(QStringLiteral("ROLLBACK"));
+        return error;
+    };
+    if ((rc = db.exec(QStringLiteral("BEGIN IMMEDIATE; DELETE FROM \"_metadata\";"))) != SQLITE_OK) {
+        return fail(rc);
+    }
+    if ((rc = insertMetadata(db, metadata)) != SQLITE_OK) {
+        return fail(rc);
+    }
+    if ((rc = db.exec(QStringLiteral("COMMIT"))) != SQLITE_OK) {
+        return fail(rc);
+    }
+    return {};
 }
 
 Result<std::unique_ptr<ManagedObjectContext>> SqliteStore::load(const QString& path,

@@ -61,6 +61,12 @@ public:
     // a known format version).
     static Result<QVariantMap> readMetadata(const QString& path);
 
+    // Replaces the metadata of the store at `path` with `metadata`, in one
+    // transaction: all of it or, on failure, none. The model's version keys
+    // are not added: the caller gives the whole dictionary. A file that is
+    // not a store of a known format version is refused and left untouched.
+    static Status writeMetadata(const QString& path, const QVariantMap& metadata);
+
     // Reads the whole graph with the given model. The metadata is returned
     // through `metadata` when it is not null.
     static Result<std::unique_ptr<ManagedObjectContext>> load(const QString& path,

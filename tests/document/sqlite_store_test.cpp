@@ -2,6 +2,7 @@
 // and relationship survives a round trip, bad files are refused whole and
 // left untouched, and a failing save never damages the file it replaces.
 #include "document/sqlite_store.h"
+#include "store_files.h"
 #include "model/abstract_attribute.h"
 #include "model/document_model.h"
 #include "model/meta_attribute.h"
@@ -29,6 +30,9 @@ namespace trovara::store {
 namespace {
 
 using namespace trovara::model;
+using trovara::test::execute;
+using trovara::test::readAll;
+using trovara::test::writeAll;
 
 // Every object with its entity, attributes and relationships, one line per
 // object in id order, so that two graphs compare as text.
@@ -67,19 +71,6 @@ std::string dump(const ManagedObjectContext& context)
         lines << parts.join(QLatin1Char(' '));
     }
     return lines.join(QLatin1Char('\n')).toStdString();
-}
-
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeAll(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
 }
 
 // A document graph that uses every entity and relationship of the model.
@@ -123,19 +114,12 @@ std::unique_ptr<ManagedObjectContext> richDocument()
     return context;
 }
 
-class SqliteStoreTest : public ::testing::Test {
+class SqliteStoreTest : public trovara::test::DocumentFolderTest {
 protected:
     SqliteStoreTest()
-        : folder(trovara::test::makeTemporaryFolder(QStringLiteral("store")))
-        , path(folder + QStringLiteral("/Search.trova"))
+        : DocumentFolderTest(QStringLiteral("store"))
     {
     }
-    ~SqliteStoreTest() override { QDir(folder).removeRecursively(); }
-
-    QStringList filesInFolder() const { return QDir(folder).entryList(QDir::Files | QDir::Hidden); }
-
-    const QString folder;
-    const QString path;
 };
 
 TEST_F(SqliteStoreTest, EveryEntityAndRelationshipSurvivesARoundTrip)
@@ -219,32 +203,13 @@ TEST_F(SqliteStoreTest, TheFileCarriesTheApplicationIdAndFormatVersion)
     EXPECT_EQ(readAll(path).mid(68, 4), QByteArray("Trov"));
 }
 
-// Opens `path` with SQLite and runs statements on it (to make foreign or
-// damaged files).
-void execute(const QString& path, const char* sql)
-{
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(QFile::encodeName(path).constData(), &db), SQLITE_OK);
-    char* message = nullptr;
-    const int rc = sqlite3_exec(db, sql, nullptr, nullptr, &message);
-    EXPECT_EQ(rc, SQLITE_OK) << (message ? message : "");
-    sqlite3_free(message);
-    sqlite3_close(db);
-}
-
 TEST_F(SqliteStoreTest, BadFilesAreRefusedWithAClearErrorAndLeftUntouched)
 {
     auto original = richDocument();
     ASSERT_TRUE(SqliteStore::save(*original, path).ok());
     const QByteArray good = readAll(path);
 
-    struct Case {
-        const char* name;
-        std::function<void(const QString&)> make;
-        int code;
-        const char* reasonContains;
-    };
-    const Case cases[] = {
+    const trovara::test::BadFile cases[] = {
         {"missing", [](const QString&) {}, Error::kFileReadError, "doesn't exist"},
         {"empty", [](const QString& p) { writeAll(p, {}); }, Error::kFileReadCorruptError, "isn't a Trovara"},
         {"text renamed", [](const QString& p) { writeAll(p, "just some text\n"); }, Error::kFileReadCorruptError,
@@ -287,7 +252,7 @@ TEST_F(SqliteStoreTest, BadFilesAreRefusedWithAClearErrorAndLeftUntouched)
          },
          Error::kFileReadCorruptError, "damaged"},
     };
-    for (const Case& c : cases) {
+    for (const trovara::test::BadFile& c : cases) {
         SCOPED_TRACE(c.name);
         const QString bad = folder + QStringLiteral("/bad.trova");
         QFile::remove(bad);
