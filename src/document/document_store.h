@@ -18,6 +18,7 @@
 
 #include "common/error.h"
 #include "document/managed_object_context.h"
+#include "document/sqlite_store.h"
 
 #include <QString>
 #include <QVariantMap>
@@ -54,12 +55,22 @@ bool isCompatibleWithCurrentModel(const QVariantMap& metadata);
 // back, migrating it in place to the current model. A file of an unknown
 // (newer) model is an error, the file untouched. `metadata` receives the
 // opened store's metadata when not null.
+// `options` reaches the save of the migrated file (tests inject faults).
 Result<std::unique_ptr<store::ManagedObjectContext>> openDocumentStore(const QString& path,
-                                                                      QVariantMap* metadata = nullptr);
+                                                                      QVariantMap* metadata = nullptr,
+                                                                      const store::SaveOptions& options = {});
 
 // Rewrites the metadata of the store at the path as a fresh dictionary:
 // what is there, with `additions` laid over it.
 Status setMetadataForStoreAtPath(const QString& path, const QVariantMap& additions = {});
+
+// The question asked before an existing backup file is replaced.
+inline constexpr const char* kOverwriteMessage = "Overwrite existing file?";
+inline constexpr const char* kOverwriteInformativeText =
+    "The existing file was made using a previous version of this application. There is an existing file from the "
+    "current version that already exists with the same name.  Opening this file will overwrite the existing version.";
+inline constexpr const char* kOverwriteOKButton = "OK";
+inline constexpr const char* kOverwriteCancelButton = "Cancel";
 
 // Asked before an existing backup file is replaced; true means OK.
 using OverwritePrompt = std::function<bool(const QString& backupPath)>;
@@ -73,7 +84,9 @@ Result<QString> validatedURLWithPath(const QString& path, const OverwritePrompt&
 // legacy metadata into it when it has none, moves it to PATH~ (validated
 // as above) and migrates it into a new file of the current model at the
 // path. A current file is left alone. On failure, the original file is at
-// the path or at PATH~, never lost.
-Status migrateDocumentIfNeeded(const QString& path, const OverwritePrompt& prompt);
+// the path or at PATH~, never lost. `options` reaches the save of the
+// migrated file.
+Status migrateDocumentIfNeeded(const QString& path, const OverwritePrompt& prompt,
+                               const store::SaveOptions& options = {});
 
 }  // namespace trovara::document
