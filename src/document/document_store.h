@@ -61,6 +61,12 @@ Result<std::unique_ptr<store::ManagedObjectContext>> openDocumentStore(const QSt
 // what is there, with `additions` laid over it.
 Status setMetadataForStoreAtPath(const QString& path, const QVariantMap& additions = {});
 
+// The question asked before an existing backup file is replaced.
+inline constexpr const char* kOverwriteMessage = "Overwrite existing file?";
+inline constexpr const char* kOverwriteInformativeText =
+    "The existing file was made using a previous version of this application. There is an existing file from the "
+    "current version that already exists with the same name.  Opening this file will overwrite the existing version.";
+
 // Asked before an existing backup file is replaced; true means OK.
 using OverwritePrompt = std::function<bool(const QString& backupPath)>;
 
