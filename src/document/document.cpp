@@ -307,6 +307,8 @@ Status Document::initWithContentsOfURL(const QString& path)
 void Document::windowControllerDidLoadNib()
 {
     m_controller->windowDidLoadForDocument(this);
+    // The table shows the stored sort order from the start.
+    m_controller->setUpResultSorting();
     setObjectChangeNotificationEnabled(true);
     m_windowLoaded = true;
     updateQueryWithPredicate();
