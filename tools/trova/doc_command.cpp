@@ -35,19 +35,6 @@ const char* const kUsage =
     "       trova doc show FILE.trova\n"
     "       trova doc run FILE.trova";
 
-// Documents that are written or shown, never run, need no index.
-class NoIndexSource final : public index::QuerySource {
-public:
-    std::shared_ptr<const index::IndexView> currentView() const override { return nullptr; }
-    std::vector<std::string> indexedRoots() const override { return {}; }
-    const index::IndexServices& indexServices() const override { return m_services; }
-    int subscribeToChanges(std::function<void(const index::IndexChanges&)>) override { return 0; }
-    void unsubscribeFromChanges(int) override {}
-
-private:
-    index::IndexServices m_services;
-};
-
 struct NewOptions {
     QString criteria;
     QStringList scopes;
@@ -136,7 +123,7 @@ int newDocument(const QStringList& arguments)
         criteria = file.readAll();
     }
 
-    NoIndexSource source;
+    index::NoIndexSource source;
     document::Document document(source);
     if (Status made = document.initWithType(); !made) {
         printError(made.error().toString());
@@ -198,7 +185,7 @@ QString settingText(const model::MetaAttribute& setting)
 
 int showDocument(const QString& path)
 {
-    NoIndexSource source;
+    index::NoIndexSource source;
     document::Document document(source);
     if (Status opened = document.initWithContentsOfURL(path); !opened) {
         printError(opened.error().toString());
