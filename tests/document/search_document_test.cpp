@@ -264,7 +264,16 @@ TEST_F(DocumentTest, TheGraphBecomesTheControllersInputs)
     replaceScopes(document, {"~/b", "/srv/a", "~/b"});
     EXPECT_EQ(controller.searchScopes(), QStringList({QDir::homePath() + "/b", "/srv/a", QDir::homePath() + "/b"}));
 
+    // A list that cannot be read is reported, and the query keeps its places.
     store::ManagedObjectContext& context = document.managedObjectContext();
+    context.injectFetchFailure("OrderedScope", Error::make(Error::kFetchError, "The list could not be read."));
+    presented.clear();
+    document.updateQueryWithScope();
+    ASSERT_EQ(presented.size(), 1u);
+    EXPECT_EQ(presented[0].code, Error::kFetchError);
+    EXPECT_EQ(controller.searchScopes().size(), 3);
+    context.clearInjectedFetchFailures();
+
     document.updateExclusion([&] {
         model::OrderedExclusionScope::createOrderedExclusionScopeWith(model::Scope::scopeWithPath("~/private", context));
     });
