@@ -183,14 +183,33 @@ QString settingText(const model::MetaAttribute& setting)
     return QStringLiteral("<%1 bytes>").arg(bytes.size());
 }
 
+// An older document is migrated when it is opened; an old backup beside it
+// is replaced only when the person at the terminal says so.
+void askBeforeReplacingBackups(document::DocumentController& documents)
+{
+    documents.setOverwritePrompt([](const QString& backup) {
+        if (!::isatty(STDIN_FILENO)) {
+            printError(QStringLiteral("%1 exists; not replaced without asking").arg(backup));
+            return false;
+        }
+        std::fprintf(stderr, "%s\n%s\nReplace %s? [y/N] ", document::kOverwriteMessage,
+                     document::kOverwriteInformativeText, backup.toLocal8Bit().constData());
+        char answer[16] = {};
+        return std::fgets(answer, sizeof answer, stdin) && (answer[0] == 'y' || answer[0] == 'Y');
+    });
+}
+
 int showDocument(const QString& path)
 {
     index::NoIndexSource source;
-    document::Document document(source);
-    if (Status opened = document.initWithContentsOfURL(path); !opened) {
+    document::DocumentController documents(source);
+    askBeforeReplacingBackups(documents);
+    Result<document::Document*> opened = documents.openDocumentWithContentsOfURL(path, false);
+    if (!opened) {
         printError(opened.error().toString());
         return 1;
     }
+    document::Document& document = *opened.value();
     store::ManagedObjectContext& context = document.managedObjectContext();
     document.updateQueryWithPredicate();
     document.updateQueryWithScope();
@@ -263,16 +282,7 @@ int runDocument(const GlobalOptions& global, const QString& path)
     }
     presentation::installColumnPropertiesChooser();
     document::DocumentController documents(*source);
-    documents.setOverwritePrompt([](const QString& backup) {
-        if (!::isatty(STDIN_FILENO)) {
-            printError(QStringLiteral("%1 exists; not replaced without asking").arg(backup));
-            return false;
-        }
-        std::fprintf(stderr, "%s\n%s\nReplace %s? [y/N] ", document::kOverwriteMessage, document::kOverwriteInformativeText,
-                     backup.toLocal8Bit().constData());
-        char answer[16] = {};
-        return std::fgets(answer, sizeof answer, stdin) && (answer[0] == 'y' || answer[0] == 'Y');
-    });
+    askBeforeReplacingBackups(documents);
     Result<document::Document*> opened = documents.openDocumentWithContentsOfURL(path);
     if (!opened) {
         printError(opened.error().toString());
