@@ -5,6 +5,7 @@
 #include <QDir>
 #include <algorithm>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QThread>
@@ -387,6 +388,54 @@ TEST_F(TrovaIndex, SearchRefusesBadArgumentsAndQueriesItCannotRun)
     Outcome missing = run({"search", "-onlyin", tree + "/nowhere", "report"});
     EXPECT_EQ(missing.status, 1);
     EXPECT_FALSE(missing.err.isEmpty());
+}
+
+TEST_F(TrovaIndex, DocWritesShowsAndRunsASearchDocument)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    const QString criteria = writeFile(QStringLiteral("doc-criteria.json"), R"({"operator": "AND", "children": [
+        {"attribute": "kMDItemDisplayName", "operator": "contains", "string": "report"}]})");
+    const QString document = QDir::homePath() + "/Reports.trova";
+    Outcome made = run({"doc", "new", "--criteria", criteria, "--scope", tree, "--exclude", tree + "/Documents/Old",
+                        "--limit", "10", "--limit-by", "kMDItemFSSize", "--ascending", "-o", document});
+    ASSERT_EQ(made.status, 0) << made.err.toStdString();
+
+    Outcome shown = run({"doc", "show", document});
+    EXPECT_EQ(shown.status, 0) << shown.err.toStdString();
+    const QString text = QString::fromUtf8(shown.out);
+    for (const QString& expected :
+         {QStringLiteral("\"string\": \"report\""), QStringLiteral("expression: ((kMDItemDisplayName == '*report*'cd))"),
+          QStringLiteral("query: ((kMDItemDisplayName == '*report*'cd))"),
+          // Places in the home folder are kept with "~".
+          QStringLiteral("scopes:\n  ~/cli-tree\n"), QStringLiteral("exclusions:\n  ~/cli-tree/Documents/Old\n"),
+          QStringLiteral("limit: 10 by kMDItemFSSize, earliest"), QStringLiteral("columns:\n  kMDItemDisplayName"),
+          QStringLiteral("runState = NO")}) {
+        EXPECT_TRUE(text.contains(expected)) << expected.toStdString() << "\nin:\n" << text.toStdString();
+    }
+
+    Outcome ran = run({"doc", "run", document});
+    EXPECT_EQ(ran.status, 0) << ran.err.toStdString();
+    const QStringList rows = QString::fromUtf8(ran.out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    ASSERT_EQ(rows.size(), 3) << ran.out.toStdString();
+    EXPECT_TRUE(rows[0].startsWith("report.key\t") || rows[1].startsWith("report.key\t")) << ran.out.toStdString();
+    EXPECT_EQ(rows.last(), "2 files found");
+
+    // Bad input: a message, a status, and the file untouched.
+    const QString damaged = writeFile(QStringLiteral("Damaged.trova"), "no search here");
+    Outcome unreadable = run({"doc", "show", damaged});
+    EXPECT_EQ(unreadable.status, 1);
+    EXPECT_TRUE(unreadable.err.contains("Damaged.trova")) << unreadable.err.toStdString();
+    QFile check(damaged);
+    ASSERT_TRUE(check.open(QIODevice::ReadOnly));
+    EXPECT_EQ(check.readAll(), QByteArray("no search here"));
+    EXPECT_EQ(run({"doc", "run", damaged}).status, 1);
+    EXPECT_EQ(run({"doc", "new", "--scope", tree}).status, 2);
+    EXPECT_EQ(run({"doc", "new", "--limit", "x", "-o", document}).status, 2);
+    EXPECT_EQ(run({"doc", "frobnicate"}).status, 2);
+    Outcome badCriteria = run({"doc", "new", "--criteria", writeFile(QStringLiteral("bad.json"), "{"), "-o",
+                               QDir::homePath() + "/Never.trova"});
+    EXPECT_EQ(badCriteria.status, 1);
+    EXPECT_FALSE(QFileInfo::exists(QDir::homePath() + "/Never.trova"));
 }
 
 TEST_F(TrovaIndex, FindLiveRefusesWhatItCannotDo)

@@ -39,6 +39,11 @@ int findCommand(const GlobalOptions& global, const QStringList& arguments);
 // result cap, 2 for bad arguments.
 int searchCommand(const GlobalOptions& global, const QStringList& arguments);
 
+// `trova doc new|show|run`: search documents (.trova files) from the
+// command line. Exit status 0, 1 when a file cannot be read, written or
+// run, 2 for bad arguments.
+int docCommand(const GlobalOptions& global, const QStringList& arguments);
+
 // `trova daemon start|stop|status`.
 int daemonCommand(const GlobalOptions& global, const QStringList& arguments);
 
@@ -50,6 +55,17 @@ int criteriaText(const QStringList& arguments);
 void printAttributes(const std::map<std::string, index::query::AttributeValue>& attributes);
 // A text in double quotes, with quotes, backslashes and line breaks escaped.
 std::string quotedText(const std::string& text);
+
+// A line on standard output, flushed.
+void printLine(const QString& text);
+}  // namespace trovara::cli
+namespace trovara::query {
+class ResultTableModel;
+}
+namespace trovara::cli {
+// The rows of a result table, one line each, the columns' texts separated
+// by tabs.
+void printResultRows(const query::ResultTableModel& table);
 
 // Writes "trova: message" to standard error.
 void printError(const QString& message);

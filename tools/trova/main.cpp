@@ -40,6 +40,13 @@ void printUsage(FILE* stream)
                "  daemon start|stop|status\n"
                "                         run the index daemon (or see how it does); while it\n"
                "                         runs, every command above goes through it\n"
+               "  doc new [--criteria FILE.json] [--scope DIR]... [--exclude DIR]...\n"
+               "          [--limit N --limit-by KEY [--ascending]] -o FILE.trova\n"
+               "                         write a search document\n"
+               "  doc show FILE.trova    print a search document: criteria, query, places,\n"
+               "                         limit, columns, settings\n"
+               "  doc run FILE.trova     run a search document (older files are migrated,\n"
+               "                         the old file kept as FILE.trova~): rows, status line\n"
                "  criteria-text FILE|-   print the query text of a criteria tree (JSON)\n"
                "\n"
                "The index lives in $TROVARA_INDEX, else ~/.local/share/trovara/index.\n",
@@ -94,6 +101,9 @@ int main(int argc, char* argv[])
     }
     if (command == QLatin1String("search")) {
         return trovara::cli::searchCommand(global, arguments);
+    }
+    if (command == QLatin1String("doc")) {
+        return trovara::cli::docCommand(global, arguments);
     }
     if (command == QLatin1String("find")) {
         return trovara::cli::findCommand(global, arguments);

@@ -147,6 +147,8 @@ std::optional<int> parseArguments(const QStringList& arguments, SearchOptions& o
     return std::nullopt;
 }
 
+}  // namespace
+
 void printLine(const QString& text)
 {
     const QByteArray bytes = text.toLocal8Bit();
@@ -155,7 +157,7 @@ void printLine(const QString& text)
     std::fflush(stdout);
 }
 
-void printRows(const query::ResultTableModel& table)
+void printResultRows(const query::ResultTableModel& table)
 {
     for (int row = 0; row < table.rowCount(); ++row) {
         QStringList cells;
@@ -165,8 +167,6 @@ void printRows(const query::ResultTableModel& table)
         printLine(cells.join(QLatin1Char('\t')));
     }
 }
-
-}  // namespace
 
 int searchCommand(const GlobalOptions& global, const QStringList& arguments)
 {
@@ -245,7 +245,7 @@ int searchCommand(const GlobalOptions& global, const QStringList& arguments)
     }
     const int status = QCoreApplication::exec();
     if (!options.live && controller.state() == query::MetadataQueryController::State::Live) {
-        printRows(*controller.results());
+        printResultRows(*controller.results());
         printLine(controller.statusLine());
     }
     controller.stopQuery();

@@ -48,6 +48,20 @@ public:
     virtual void unsubscribeFromChanges(int id) = 0;
 };
 
+// A source without an index: for documents that are written or read, never
+// run. Its queries find nothing.
+class NoIndexSource final : public QuerySource {
+public:
+    std::shared_ptr<const IndexView> currentView() const override { return nullptr; }
+    std::vector<std::string> indexedRoots() const override { return {}; }
+    const IndexServices& indexServices() const override { return m_services; }
+    int subscribeToChanges(std::function<void(const IndexChanges&)>) override { return 0; }
+    void unsubscribeFromChanges(int) override {}
+
+private:
+    IndexServices m_services;
+};
+
 // A LiveIndex as a source.
 class LiveIndexSource final : public QuerySource {
 public:
