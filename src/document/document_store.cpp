@@ -71,9 +71,10 @@ bool predatesModelVersions(const QVariantMap& metadata)
     return !metadata.contains(hashKey()) && metadata.value(QString::fromLatin1(kFileVersionKey)).toInt() == 1;
 }
 
-// Merges the legacy metadata into a file from before model versioning and
-// writes it into the file; the merged metadata goes back into `metadata`.
-Status mergeLegacyMetadata(const QString& path, QVariantMap& metadata)
+// Merges the legacy metadata into the metadata of a file from before model
+// versioning, and writes it into the file when `write` (else the file is
+// left as it is, for now).
+Status mergeLegacyMetadata(const QString& path, QVariantMap& metadata, bool write)
 {
     Result<QVariantMap> legacy = legacyMetadata();
     if (!legacy) {
@@ -82,7 +83,7 @@ Status mergeLegacyMetadata(const QString& path, QVariantMap& metadata)
     for (auto it = legacy->begin(); it != legacy->end(); ++it) {
         metadata.insert(it.key(), it.value());
     }
-    return store::SqliteStore::writeMetadata(path, metadata);
+    return write ? store::SqliteStore::writeMetadata(path, metadata) : Status();
 }
 
 // Reads the metadata and, for a file from before model versioning, merges
@@ -91,9 +92,10 @@ Status mergeLegacyMetadata(const QString& path, QVariantMap& metadata)
 struct Recognised {
     QVariantMap metadata;
     bool isCurrent = false;
+    bool legacyMerged = false;  // the legacy metadata was merged in
 };
 
-Result<Recognised> recognise(const QString& path)
+Result<Recognised> recognise(const QString& path, bool writeLegacyMetadata = true)
 {
     Result<QVariantMap> stored = store::SqliteStore::readMetadata(path);
     if (!stored) {
@@ -105,9 +107,10 @@ Result<Recognised> recognise(const QString& path)
         return file;
     }
     if (predatesModelVersions(file.metadata)) {
-        if (Status merged = mergeLegacyMetadata(path, file.metadata); !merged) {
+        if (Status merged = mergeLegacyMetadata(path, file.metadata, writeLegacyMetadata); !merged) {
             return merged.error();
         }
+        file.legacyMerged = true;
     }
     if (!file.metadata.contains(hashKey())) {
         return notOpened(path, Error::kFileReadCorruptError,
@@ -234,7 +237,9 @@ Result<QString> validatedURLWithPath(const QString& path, const OverwritePrompt&
 
 Status migrateDocumentIfNeeded(const QString& path, const OverwritePrompt& prompt, const store::SaveOptions& options)
 {
-    Result<Recognised> file = recognise(path);
+    // Nothing is written into the file before the backup path is settled:
+    // a person who cancels finds both files exactly as they were.
+    Result<Recognised> file = recognise(path, false);
     if (!file) {
         return file.error();
     }
@@ -253,7 +258,11 @@ Status migrateDocumentIfNeeded(const QString& path, const OverwritePrompt& promp
         error.userInfo.insert(QStringLiteral("path"), path);
         return error;
     }
-    Status migrated = migrateStore(*backup, path, options);
+    // The old file, kept as the backup, says which model it follows.
+    Status migrated = file->legacyMerged ? store::SqliteStore::writeMetadata(*backup, file->metadata) : Status();
+    if (migrated) {
+        migrated = migrateStore(*backup, path, options);
+    }
     if (!migrated) {
         TLOG(QStringLiteral("migration error: %1").arg(migrated.error().toString()));
         TLOG(QStringLiteral("user Info: %1")

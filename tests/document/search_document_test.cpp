@@ -6,8 +6,11 @@
 #include "document/template_item.h"
 
 #include "common/error_presenter.h"
+#include "document/document_store.h"
+#include "document/sqlite_store.h"
 #include "live_test_support.h"
 #include "manual_dispatcher.h"
+#include "store_files.h"
 #include "model/abstract_attribute.h"
 #include "model/criteria_json.h"
 #include "model/defaults.h"
@@ -631,6 +634,78 @@ TEST_F(DocumentTest, FoldersDroppedTogetherLandInOneNewDocument)
     Result<Document*> again = controller.openDocumentWithContentsOfURL(path);
     ASSERT_TRUE(again.ok());
     EXPECT_EQ(again.value(), later.value());
+}
+
+// A search the first model wrote, before model versioning: one name row,
+// one place.
+void writeFirstModelFile(const QString& path, const QString& name, const QString& place)
+{
+    store::ManagedObjectContext old(document::firstDocumentModel());
+    auto set = [](store::ManagedObject* object, const QVariantMap& values) {
+        for (auto it = values.begin(); it != values.end(); ++it) {
+            object->setValue(it.key(), it.value());
+        }
+        return object;
+    };
+    store::ManagedObject* attribute =
+        set(old.insertNewObject("QueryAttribute"), {{"attributeKey", "kMDItemDisplayName"}});
+    store::ManagedObject* root = set(old.insertNewObject("QueryNode"), {{"operator", "AND"}, {"sortIndex", 0}});
+    store::ManagedObject* row = set(old.insertNewObject("QueryLeaf"),
+                                    {{"queryOperator", "contains"}, {"queryString", name}, {"sortIndex", 0}});
+    row->setObject("parent", root);
+    row->setObject("queryAttribute", attribute);
+    store::ManagedObject* scope = set(old.insertNewObject("Scope"), {{"path", place}, {"isConstant", false}});
+    set(old.insertNewObject("OrderedScope"), {{"sortIndex", 0}})->setObject("scope", scope);
+    ASSERT_TRUE(store::SqliteStore::save(old, path, {{document::kFileVersionKey, 1}}).ok());
+    execute(path, "DELETE FROM \"_metadata\" WHERE \"key\" IN ('modelVersion', 'modelVersionHash');");
+}
+
+TEST_F(DocumentTest, AnOlderDocumentOpensMigratedWithItsOldFileKeptBeside)
+{
+    const QString path = documentPath("Search.trova");
+    const QString backup = path + "~";
+    writeFirstModelFile(path, "report", QString::fromStdString(root));
+    const QByteArray old = readAll(path);
+    writeAll(backup, "an earlier backup");
+    ASSERT_FALSE(document::isCompatibleWithCurrentModel(*store::SqliteStore::readMetadata(path)));
+
+    document::DocumentController controller(*source, dispatcher);
+    QStringList asked;
+    bool agree = false;
+    controller.setOverwritePrompt([&](const QString& existing) {
+        asked << existing;
+        return agree;
+    });
+    // An existing backup is kept unless the person agrees to replace it.
+    Result<Document*> cancelled = controller.openDocumentWithContentsOfURL(path);
+    ASSERT_FALSE(cancelled.ok());
+    EXPECT_EQ(cancelled.error().code, Error::kUserCancelledError);
+    EXPECT_EQ(asked, QStringList{backup});
+    EXPECT_EQ(readAll(path), old);
+    EXPECT_EQ(readAll(backup), QByteArray("an earlier backup"));
+
+    agree = true;
+    Result<Document*> opened = controller.openDocumentWithContentsOfURL(path);
+    ASSERT_TRUE(opened.ok()) << opened.error().toString().toStdString();
+    // The backup is the old file, now naming the model it follows.
+    EXPECT_EQ(store::SqliteStore::readMetadata(backup)->value(store::SqliteStore::kModelVersionKey), "Trovara 1");
+    Document& document = *opened.value();
+    EXPECT_EQ(document.fileURL(), path);
+    EXPECT_EQ(document.metadataQueryController()->expression(), "((kMDItemDisplayName == '*report*'cd))");
+    EXPECT_EQ(document.metadataQueryController()->searchScopes(), QStringList{QString::fromStdString(root)});
+    // The migrated document has what the first model lacked: a limit
+    // (none set) and columns.
+    EXPECT_EQ(document.metadataQueryController()->limitValue(), 0);
+    EXPECT_EQ(document.metadataQueryController()->results()->columns().size(), 3u);
+    document.startQuery();
+    settle(document);
+    EXPECT_EQ(resultNames(document), QStringList({"report one.txt", "report three.txt", "report two.txt"}));
+    // Saved again, it is a current document.
+    ASSERT_TRUE(document.save().ok());
+    Result<QVariantMap> metadata = store::SqliteStore::readMetadata(path);
+    ASSERT_TRUE(metadata.ok());
+    EXPECT_TRUE(document::isCompatibleWithCurrentModel(*metadata));
+    EXPECT_EQ(metadata->value(document::kFileVersionKey).toInt(), document::kCurrentFileVersion);
 }
 
 }  // namespace
