@@ -31,7 +31,8 @@ namespace {
 
 const char* const kUsage =
     "usage: trova doc new [--criteria FILE.json] [--scope DIR]... [--exclude DIR]...\n"
-    "                     [--limit N --limit-by KEY [--ascending]] -o FILE.trova\n"
+    "                     [--limit N [--limit-by KEY] [--ascending]] -o FILE.trova\n"
+    "                     (the limit is by kMDItemLastUsedDate unless --limit-by says otherwise)\n"
     "       trova doc show FILE.trova\n"
     "       trova doc run FILE.trova";
 
@@ -87,10 +88,6 @@ std::optional<int> parseNewArguments(const QStringList& arguments, NewOptions& o
     }
     if (options.output.isEmpty()) {
         printError(QStringLiteral("doc new needs -o FILE.trova"));
-        return 2;
-    }
-    if ((options.limit.has_value() || options.ascending) && options.limitBy.isEmpty() && options.limit.value_or(0) > 0) {
-        printError(QStringLiteral("--limit needs --limit-by KEY (for example kMDItemLastUsedDate)"));
         return 2;
     }
     return std::nullopt;
