@@ -106,16 +106,6 @@ bool isInsideFolder(const QString& path, const QString& folder)
     return file.startsWith(prefix);
 }
 
-QString baseNameWithoutExtension(const QString& path)
-{
-    QString name = QFileInfo(path).fileName();
-    const QString suffix = QLatin1Char('.') + QLatin1String(kDocumentExtension);
-    if (name.endsWith(suffix)) {
-        name.chop(suffix.size());
-    }
-    return name;
-}
-
 }  // namespace
 
 Document::Document(index::QuerySource& source, std::shared_ptr<index::Dispatcher> dispatcher, QObject* parent)
@@ -170,7 +160,7 @@ Status Document::initWithType()
     if (!preferred.isEmpty() && QFileInfo(preferred).isFile()) {
         if (Status loaded = loadFromURL(preferred); loaded) {
             m_templateURL = QFileInfo(preferred).absoluteFilePath();
-            m_templateName = baseNameWithoutExtension(preferred);
+            m_templateName = documentNameForPath(preferred);
             clearChangesLater();
             return {};
         } else {
@@ -281,7 +271,7 @@ Status Document::initWithContentsOfURL(const QString& path)
         }
         m_fileURL.clear();
         m_templateURL = info.absoluteFilePath();
-        m_templateName = baseNameWithoutExtension(path);
+        m_templateName = documentNameForPath(path);
         return {};
     }
     QVariantMap metadata;
@@ -342,7 +332,7 @@ QString Document::displayName() const
     if (m_fileURL.isEmpty()) {
         return QString::fromLatin1(kUntitledDisplayName);
     }
-    return baseNameWithoutExtension(m_fileURL);
+    return documentNameForPath(m_fileURL);
 }
 
 bool Document::isDocumentEdited() const

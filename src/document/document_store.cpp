@@ -276,4 +276,14 @@ Status migrateDocumentIfNeeded(const QString& path, const OverwritePrompt& promp
     return {};
 }
 
+QString documentNameForPath(const QString& path)
+{
+    QString name = QFileInfo(path).fileName();
+    const QString suffix = QLatin1Char('.') + QLatin1String(kDocumentExtension);
+    if (name.endsWith(suffix)) {
+        name.chop(suffix.size());
+    }
+    return name;
+}
+
 }  // namespace trovara::document

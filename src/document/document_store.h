@@ -33,6 +33,9 @@ inline constexpr const char* kDocumentType = "com.velmont.trovara.query";
 inline constexpr const char* kDocumentExtension = "trova";
 inline constexpr const char* kDocumentMimeType = "application/x-trovara-query";
 
+// A document's file name less a trailing ".trova": what titles and menus show.
+QString documentNameForPath(const QString& path);
+
 // The metadata entry of the file version: 1 for files of the first format,
 // from before model versioning; the current files carry 2.
 inline constexpr const char* kFileVersionKey = "QZTVFileVersion";

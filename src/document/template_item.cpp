@@ -41,11 +41,7 @@ const TemplateItem* TemplateItem::itemWithPath(const QString& path)
 const QString& TemplateItem::displayName() const
 {
     if (!m_hasDisplayName) {
-        m_displayName = QFileInfo(m_path).fileName();
-        const QString suffix = QLatin1Char('.') + QLatin1String(kDocumentExtension);
-        if (m_displayName.endsWith(suffix)) {
-            m_displayName.chop(suffix.size());
-        }
+        m_displayName = documentNameForPath(m_path);
         m_hasDisplayName = true;
     }
     return m_displayName;

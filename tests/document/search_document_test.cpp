@@ -25,7 +25,6 @@
 #include "query/result_filter.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QSignalSpy>
@@ -38,15 +37,6 @@ namespace {
 using document::Document;
 using model::QueryLeaf;
 using model::QueryNode;
-
-QByteArray fileHash(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return {};
-    }
-    return QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256);
-}
 
 class DocumentTest : public LiveTreeTest {
 protected:
@@ -512,12 +502,12 @@ TEST_F(DocumentTest, BadFilesAreRefusedAndLeftUntouched)
         ASSERT_TRUE(file.resize(file.size() / 2));
     }
     for (const QString& path : {garbage, truncated, documentPath("Missing.trova")}) {
-        const QByteArray before = fileHash(path);
+        const QByteArray before = readAll(path);
         Document& document = makeDocument();
         Status opened = document.initWithContentsOfURL(path);
         ASSERT_FALSE(opened.ok()) << path.toStdString();
         EXPECT_FALSE(opened.error().description.isEmpty());
-        EXPECT_EQ(fileHash(path), before) << path.toStdString();
+        EXPECT_EQ(readAll(path), before) << path.toStdString();
     }
 }
 
@@ -527,7 +517,7 @@ TEST_F(DocumentTest, AFailedSaveReportsAnErrorAndKeepsThePreviousFile)
     setCriterion(document, "kMDItemDisplayName", "first");
     const QString path = documentPath("Kept.trova");
     ASSERT_TRUE(document.saveToURL(path).ok());
-    const QByteArray before = fileHash(path);
+    const QByteArray before = readAll(path);
 
     setCriterion(document, "kMDItemDisplayName", "second");
     store::SaveOptions fullDisk;
@@ -540,7 +530,7 @@ TEST_F(DocumentTest, AFailedSaveReportsAnErrorAndKeepsThePreviousFile)
     Status saved = document.saveToURL(path, Document::SaveOperation::Save, fullDisk);
     ASSERT_FALSE(saved.ok());
     EXPECT_EQ(saved.error().code, Error::kFileWriteOutOfSpaceError);
-    EXPECT_EQ(fileHash(path), before);
+    EXPECT_EQ(readAll(path), before);
     EXPECT_TRUE(document.isDocumentEdited());
     EXPECT_EQ(QDir(QString::fromStdString(outside)).entryList(QDir::Files | QDir::Hidden), QStringList{"Kept.trova"});
 }

@@ -6,12 +6,12 @@
 
 #include "common/error_presenter.h"
 #include "live_test_support.h"
+#include "store_files.h"
 #include "model/query_leaf.h"
 #include "model/abstract_attribute.h"
 #include "model/defaults.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 
@@ -26,13 +26,6 @@ using document::Document;
 using document::TemplateItem;
 using document::TemplateSaver;
 using document::Templates;
-
-QByteArray fileHash(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256)
-                                          : QByteArray();
-}
 
 class TemplateTest : public ::testing::Test {
 protected:
@@ -131,7 +124,7 @@ TEST_F(TemplateTest, TheTransformerKnowsOnlyTheCurrentTemplates)
 TEST_F(TemplateTest, SavingUnderAnExistingNameAsksAndCancelChangesNothing)
 {
     const QString path = savedTemplate("Weekly", "old");
-    const QByteArray before = fileHash(path);
+    const QByteArray before = readAll(path);
 
     QStringList asked;
     Document& newer = documentSearching("new");
@@ -141,7 +134,7 @@ TEST_F(TemplateTest, SavingUnderAnExistingNameAsksAndCancelChangesNothing)
     });
     EXPECT_EQ(cancelled.okSheet("Weekly"), TemplateSaver::Outcome::Cancelled);
     EXPECT_EQ(asked, QStringList{path});
-    EXPECT_EQ(fileHash(path), before);
+    EXPECT_EQ(readAll(path), before);
 
     TemplateSaver replacing(newer, [](const QString&) { return true; });
     EXPECT_EQ(replacing.okSheet("Weekly"), TemplateSaver::Outcome::Saved);
@@ -154,7 +147,7 @@ TEST_F(TemplateTest, SavingUnderAnExistingNameAsksAndCancelChangesNothing)
 TEST_F(TemplateTest, AReplacedTemplateThatFailsToSaveComesBackFromTheTrash)
 {
     const QString path = savedTemplate("Weekly", "old");
-    const QByteArray before = fileHash(path);
+    const QByteArray before = readAll(path);
 
     TemplateSaver failing(documentSearching("new"), [](const QString&) { return true; });
     store::SaveOptions fullDisk;
@@ -172,7 +165,7 @@ TEST_F(TemplateTest, AReplacedTemplateThatFailsToSaveComesBackFromTheTrash)
     EXPECT_EQ(failing.okSheet("Weekly"), TemplateSaver::Outcome::Failed);
     ASSERT_EQ(presented.size(), 1u);
     EXPECT_EQ(presented[0].code, Error::kFileWriteOutOfSpaceError);
-    EXPECT_EQ(fileHash(path), before);
+    EXPECT_EQ(readAll(path), before);
     // Nothing of it is left in the trash.
     EXPECT_EQ(QDir(trash + "/files").entryList(QDir::Files), trashed);
     EXPECT_EQ(QDir(trash + "/info").entryList(QDir::Files), recorded);
@@ -183,7 +176,7 @@ TEST_F(TemplateTest, TemplatesAndReadOnlyFilesOpenAsUntitledCopies)
     TemplateSaver saver(documentSearching("invoice"));
     ASSERT_EQ(saver.okSheet("Recent Documents"), TemplateSaver::Outcome::Saved);
     const QString templatePath = TemplateSaver::targetPath("Recent Documents");
-    const QByteArray before = fileHash(templatePath);
+    const QByteArray before = readAll(templatePath);
 
     Status status;
     Document& copy = open(templatePath, &status);
@@ -200,7 +193,7 @@ TEST_F(TemplateTest, TemplatesAndReadOnlyFilesOpenAsUntitledCopies)
     EXPECT_EQ(copy.fileURL(), saved);
     EXPECT_TRUE(copy.templateURL().isEmpty());
     EXPECT_TRUE(copy.templateName().isEmpty());
-    EXPECT_EQ(fileHash(templatePath), before);
+    EXPECT_EQ(readAll(templatePath), before);
 
     // A read-only search file outside the templates folder opens so too.
     const QString locked = folder + "/Locked.trova";
