@@ -24,12 +24,6 @@ QStringList pathList(const char* name, const QString& fallback)
     return environment(name, fallback).split(QLatin1Char(':'), Qt::SkipEmptyParts);
 }
 
-QStringList dataDirectories()
-{
-    QStringList folders{environment("XDG_DATA_HOME", QDir::homePath() + QStringLiteral("/.local/share"))};
-    folders += pathList("XDG_DATA_DIRS", QStringLiteral("/usr/local/share:/usr/share"));
-    return folders;
-}
 
 // Group → key → value of a desktop-entry style file; later duplicates are
 // ignored, as the format says.
@@ -101,21 +95,15 @@ QStringList ids(const QString& value)
 }
 
 // The mimeapps.list files, most important first.
-QStringList mimeAppsLists()
+QStringList mimeAppsLists(const DesktopLocations& locations)
 {
-    QStringList desktops;
-    for (const QString& desktop : qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(QLatin1Char(':'), Qt::SkipEmptyParts)) {
-        desktops.push_back(desktop.toLower());
-    }
-    QStringList folders{environment("XDG_CONFIG_HOME", QDir::homePath() + QStringLiteral("/.config"))};
-    folders += pathList("XDG_CONFIG_DIRS", QStringLiteral("/etc/xdg"));
-    const QStringList data = dataDirectories();
-    for (const QString& folder : data) {
+    QStringList folders = locations.configDirectories;
+    for (const QString& folder : locations.dataDirectories) {
         folders.push_back(folder + QStringLiteral("/applications"));
     }
     QStringList files;
     for (const QString& folder : folders) {
-        for (const QString& desktop : desktops) {
+        for (const QString& desktop : locations.desktops) {
             files.push_back(folder + QLatin1Char('/') + desktop + QStringLiteral("-mimeapps.list"));
         }
         files.push_back(folder + QStringLiteral("/mimeapps.list"));
@@ -129,6 +117,19 @@ QString programName(const QString& program)
 }
 
 }  // namespace
+
+DesktopLocations DesktopLocations::fromEnvironment()
+{
+    DesktopLocations locations;
+    locations.dataDirectories = {environment("XDG_DATA_HOME", QDir::homePath() + QStringLiteral("/.local/share"))};
+    locations.dataDirectories += pathList("XDG_DATA_DIRS", QStringLiteral("/usr/local/share:/usr/share"));
+    locations.configDirectories = {environment("XDG_CONFIG_HOME", QDir::homePath() + QStringLiteral("/.config"))};
+    locations.configDirectories += pathList("XDG_CONFIG_DIRS", QStringLiteral("/etc/xdg"));
+    for (const QString& desktop : pathList("XDG_CURRENT_DESKTOP", {})) {
+        locations.desktops.push_back(desktop.toLower());
+    }
+    return locations;
+}
 
 std::optional<DesktopEntry> DesktopEntry::read(const QString& path, const QString& id)
 {
@@ -150,9 +151,9 @@ std::optional<DesktopEntry> DesktopEntry::read(const QString& path, const QStrin
     return DesktopEntry{id, path, value("Name"), value("Exec")};
 }
 
-std::optional<DesktopEntry> DesktopEntry::find(const QString& id)
+std::optional<DesktopEntry> DesktopEntry::find(const QString& id, const DesktopLocations& locations)
 {
-    for (const QString& folder : dataDirectories()) {
+    for (const QString& folder : locations.dataDirectories) {
         const QString path = folder + QStringLiteral("/applications/") + id;
         if (QFileInfo::exists(path)) {
             return read(path, id);
@@ -161,7 +162,8 @@ std::optional<DesktopEntry> DesktopEntry::find(const QString& id)
     return std::nullopt;
 }
 
-std::optional<DesktopEntry> DesktopEntry::defaultForMimeType(const QString& mimeType)
+std::optional<DesktopEntry> DesktopEntry::defaultForMimeType(const QString& mimeType,
+                                                             const DesktopLocations& locations)
 {
     QStringList types{mimeType};
     const QMimeType type = QMimeDatabase().mimeTypeForName(mimeType);
@@ -170,18 +172,18 @@ std::optional<DesktopEntry> DesktopEntry::defaultForMimeType(const QString& mime
         types += type.allAncestors();
     }
     std::vector<KeyFile> lists;
-    for (const QString& path : mimeAppsLists()) {
+    for (const QString& path : mimeAppsLists(locations)) {
         if (std::optional<KeyFile> file = readKeyFile(path)) {
             lists.push_back(std::move(*file));
         }
     }
     std::vector<KeyFile> caches;
-    for (const QString& folder : dataDirectories()) {
+    for (const QString& folder : locations.dataDirectories) {
         if (std::optional<KeyFile> file = readKeyFile(folder + QStringLiteral("/applications/mimeinfo.cache"))) {
             caches.push_back(std::move(*file));
         }
     }
-    const auto firstInstalled = [](const std::vector<KeyFile>& files, const char* groupName,
+    const auto firstInstalled = [&locations](const std::vector<KeyFile>& files, const char* groupName,
                                    const QString& name) -> std::optional<DesktopEntry> {
         for (const KeyFile& file : files) {
             const auto group = file.find(QString::fromLatin1(groupName));
@@ -193,7 +195,7 @@ std::optional<DesktopEntry> DesktopEntry::defaultForMimeType(const QString& mime
                 continue;
             }
             for (const QString& id : ids(value->second)) {
-                if (std::optional<DesktopEntry> entry = find(id)) {
+                if (std::optional<DesktopEntry> entry = find(id, locations)) {
                     return entry;
                 }
             }
@@ -279,7 +281,7 @@ std::optional<QStringList> DesktopEntry::searchCommandLine(const QString& path, 
             command.push_back(path);
             placed = true;
         } else if (word == QStringLiteral("%u") || word == QStringLiteral("%U")) {
-            command.push_back(QUrl::fromLocalFile(path).toString());
+            command.push_back(QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded));
             placed = true;
         } else if (word.size() == 2 && word.startsWith(QLatin1Char('%'))) {
             // %i, %c, %k and the deprecated codes stand for nothing here.

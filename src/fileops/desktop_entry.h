@@ -22,17 +22,26 @@
 
 namespace trovara::fileops {
 
+// Where desktop entries and MIME application lists are looked for.
+struct DesktopLocations {
+    QStringList dataDirectories;    // $XDG_DATA_HOME, then $XDG_DATA_DIRS
+    QStringList configDirectories;  // $XDG_CONFIG_HOME, then $XDG_CONFIG_DIRS
+    QStringList desktops;           // $XDG_CURRENT_DESKTOP, in lower case
+
+    static DesktopLocations fromEnvironment();
+};
+
 struct DesktopEntry {
     QString id;    // "org.kde.okular.desktop"
     QString path;  // where the entry was found
     QString name;
     QString exec;  // the Exec line, unexpanded
 
-    // The installed entry of that id, in $XDG_DATA_HOME and $XDG_DATA_DIRS.
-    static std::optional<DesktopEntry> find(const QString& id);
+    // The installed entry of that id, in the "applications" folders.
+    static std::optional<DesktopEntry> find(const QString& id, const DesktopLocations& locations);
     static std::optional<DesktopEntry> read(const QString& path, const QString& id);
     // The application that opens files of the MIME type by default.
-    static std::optional<DesktopEntry> defaultForMimeType(const QString& mimeType);
+    static std::optional<DesktopEntry> defaultForMimeType(const QString& mimeType, const DesktopLocations& locations);
 
     // The words of an Exec line, quoting and escapes undone; field codes are
     // left in place.

@@ -1,6 +1,7 @@
 #include "fileops/file_operation_controller.h"
 
 #include "document/document.h"
+#include "fileops/localized.h"
 #include "query/metadata_query_controller.h"
 #include "query/result_table_model.h"
 
@@ -8,15 +9,6 @@
 #include <QUrl>
 
 namespace trovara::fileops {
-
-namespace {
-
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("FileOperations", text);
-}
-
-}  // namespace
 
 FileOperationController::FileOperationController(SelectionProvider selection, FolderChooser folderChooser,
                                                  VMFileOperationController::Environment jobEnvironment,
@@ -94,8 +86,8 @@ void FileOperationController::selectTargetDirectory()
     m_sourcePaths = selection->paths;
     FolderPanel panel;
     panel.document = selection->document;
-    panel.prompt = tr("Select");
-    panel.message = tr("Select target folder");
+    panel.prompt = localized("Select");
+    panel.message = localized("Select target folder");
     if (!m_folderChooser) {
         return;
     }

@@ -1,5 +1,6 @@
 #include "fileops/transfer.h"
 
+#include "fileops/localized.h"
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QRandomGenerator>
@@ -16,11 +17,6 @@ using Links = FileSystem::Links;
 
 constexpr const char* kCocoaErrorDomain = "NSCocoaErrorDomain";
 constexpr const char* kPosixErrorDomain = "NSPOSIXErrorDomain";
-
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("FileOperations", text);
-}
 
 QString folderOf(const QString& path)
 {
@@ -239,8 +235,8 @@ private:
         }
         if (!(original == copy)) {
             Error error = fileSystemError({EIO, m_source});
-            error.reason = tr("The copy differs from the original, which changed while it was copied.");
-            error.suggestion = tr("The original was left where it was. Try again once it no longer changes.");
+            error.reason = localized("The copy differs from the original, which changed while it was copied.");
+            error.suggestion = localized("The original was left where it was. Try again once it no longer changes.");
             return error;
         }
         if (const int code = m_fs.synchronize(partial)) {
@@ -257,8 +253,8 @@ private:
 
     QString verbText() const
     {
-        return m_operation == FileOperation::Move ? tr("The file \"%1\" could not be moved to \"%2\".")
-                                                  : tr("The file \"%1\" could not be copied to \"%2\".");
+        return m_operation == FileOperation::Move ? localized("The file \"%1\" could not be moved to \"%2\".")
+                                                  : localized("The file \"%1\" could not be copied to \"%2\".");
     }
 
     Error fileSystemError(const Failure& failure) const
@@ -274,19 +270,19 @@ private:
         switch (failure.code) {
         case ENOSPC:
         case EDQUOT:
-            error.suggestion = tr("Free some space at the destination and try again.");
+            error.suggestion = localized("Free some space at the destination and try again.");
             break;
         case EACCES:
         case EPERM:
         case EROFS:
-            error.suggestion = tr("You may not have write rights to the destination");
+            error.suggestion = localized("You may not have write rights to the destination");
             break;
         case ENOENT:
-            error.suggestion = tr("The file may have been moved or deleted while the job ran.");
+            error.suggestion = localized("The file may have been moved or deleted while the job ran.");
             break;
         case EINVAL:
             if (failure.path == m_source) {
-                error.reason = tr("The destination folder is inside it.");
+                error.reason = localized("The destination folder is inside it.");
             }
             break;
         default:
@@ -303,10 +299,10 @@ private:
         Error error;
         error.domain = QString::fromLatin1(kPosixErrorDomain);
         error.code = failure.code;
-        error.description = tr("The file \"%1\" was copied to \"%2\", but the original could not be removed.")
+        error.description = localized("The file \"%1\" was copied to \"%2\", but the original could not be removed.")
                                 .arg(QFileInfo(m_source).fileName(), QFileInfo(folderOf(m_destination)).fileName());
         error.reason = QStringLiteral("%1: %2").arg(failure.path, systemMessage(failure.code));
-        error.suggestion = tr("Both copies are complete; remove the original yourself when you can.");
+        error.suggestion = localized("Both copies are complete; remove the original yourself when you can.");
         error.userInfo.insert(QStringLiteral("NSFilePath"), failure.path);
         return error;
     }
@@ -323,8 +319,8 @@ Error cocoaError(const char* description)
     Error error;
     error.domain = QString::fromLatin1(kCocoaErrorDomain);
     error.code = 0;
-    error.description = tr(description);
-    error.suggestion = tr("You may not have write rights to the destination");
+    error.description = localized(description);
+    error.suggestion = localized("You may not have write rights to the destination");
     return error;
 }
 

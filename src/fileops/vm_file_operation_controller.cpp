@@ -1,5 +1,6 @@
 #include "fileops/vm_file_operation_controller.h"
 
+#include "fileops/localized.h"
 #include "common/error_presenter.h"
 
 #include <QCoreApplication>
@@ -11,11 +12,6 @@ namespace trovara::fileops {
 namespace {
 
 using Links = FileSystem::Links;
-
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("FileOperations", text);
-}
 
 QString lastComponent(const QString& path)
 {
@@ -107,15 +103,15 @@ void VMFileOperationController::start()
 void VMFileOperationController::checkWritable()
 {
     setPhase(Phase::CheckingDestination);
-    setTopLabel(tr("Checking destination folder"));
+    setTopLabel(localized("Checking destination folder"));
     FileInfo folder;
     const bool writable = m_fileSystem->status(m_directory, Links::Follow, &folder) == 0 && folder.isDirectory()
                           && m_fileSystem->isAccessible(m_directory, FileSystem::Access::Write);
     if (!writable) {
         showAlert(Sheet::Writable,
-                  {tr("Destination cannot be written"),
-                   tr("%1 is not a writable directory").arg(lastComponent(m_directory)),
-                   {tr("Stop")}},
+                  {localized("Destination cannot be written"),
+                   localized("%1 is not a writable directory").arg(lastComponent(m_directory)),
+                   {localized("Stop")}},
                   0);
         return;
     }
@@ -125,7 +121,7 @@ void VMFileOperationController::checkWritable()
 void VMFileOperationController::checkReadable()
 {
     setPhase(Phase::CheckingSources);
-    setTopLabel(tr("Checking source files"));
+    setTopLabel(localized("Checking source files"));
     m_readablePaths = {};
     checkReadableFromIndex(0);
 }
@@ -148,9 +144,9 @@ void VMFileOperationController::checkReadableFromIndex(int index)
                               || (info.exists() && m_fileSystem->isAccessible(path, FileSystem::Access::Read));
         if (!readable) {
             showAlert(Sheet::Readable,
-                      {tr("File cannot be read"),
-                       tr("Insufficient rights for: %1").arg(lastComponent(path)),
-                       {tr("Skip"), tr("Stop")}},
+                      {localized("File cannot be read"),
+                       localized("Insufficient rights for: %1").arg(lastComponent(path)),
+                       {localized("Skip"), localized("Stop")}},
                       i);
             return;
         }
@@ -168,7 +164,7 @@ void VMFileOperationController::checkReadableFromIndex(int index)
 void VMFileOperationController::checkConflicts()
 {
     setPhase(Phase::CheckingConflicts);
-    setTopLabel(tr("Checking for conflicts"));
+    setTopLabel(localized("Checking for conflicts"));
     m_sourceDestinationMappings = {};
     m_destinationNames = {};
     checkConflictsFromIndex(0, false);
@@ -213,10 +209,10 @@ void VMFileOperationController::checkConflictsFromIndex(int index, bool force)
         if (m_fileOperation != FileOperation::Alias && sourceInfo.isDirectory()
             && isInsideFolder(*m_fileSystem, m_directory, source)) {
             showAlert(Sheet::Conflicts,
-                      {m_fileOperation == FileOperation::Move ? tr("Folder cannot be moved into itself")
-                                                              : tr("Folder cannot be copied into itself"),
-                       tr("%1 contains the destination folder").arg(name),
-                       {tr("Skip"), tr("Stop")}},
+                      {m_fileOperation == FileOperation::Move ? localized("Folder cannot be moved into itself")
+                                                              : localized("Folder cannot be copied into itself"),
+                       localized("%1 contains the destination folder").arg(name),
+                       {localized("Skip"), localized("Stop")}},
                       i);
             return;
         }
@@ -236,13 +232,13 @@ void VMFileOperationController::checkConflictsFromIndex(int index, bool force)
 
         FileInfo target;
         const bool isFolder = m_fileSystem->status(destination, Links::Follow, &target) == 0 && target.isDirectory();
-        query::Alert alert{tr("File exists at destination"), {}, {tr("Skip"), tr("Stop")}};
-        alert.informativeText = (isFolder ? tr("%1 is a folder") : tr("%1 is a file")).arg(name);
+        query::Alert alert{localized("File exists at destination"), {}, {localized("Skip"), localized("Stop")}};
+        alert.informativeText = (isFolder ? localized("%1 is a folder") : localized("%1 is a file")).arg(name);
         // The source itself is never offered for overwriting: it would go to
         // the Trash in place of the copy.
         const bool isSource = existing.isSameObject(sourceInfo);
         if (!isFolder && !isSource && m_fileSystem->isAccessible(destination, FileSystem::Access::Write)) {
-            alert.buttons.push_back(tr("Overwrite"));
+            alert.buttons.push_back(localized("Overwrite"));
         }
         showAlert(Sheet::Conflicts, alert, i);
         return;
@@ -262,7 +258,7 @@ void VMFileOperationController::showAlert(Sheet sheet, query::Alert alert, int i
         if (!self) {
             return;
         }
-        const QString answer = button >= 0 && button < buttons.size() ? buttons.at(button) : tr("Stop");
+        const QString answer = button >= 0 && button < buttons.size() ? buttons.at(button) : localized("Stop");
         self->sheetDidEnd(sheet, answer, index);
     };
     if (m_environment.alertPresenter) {
@@ -274,11 +270,11 @@ void VMFileOperationController::showAlert(Sheet sheet, query::Alert alert, int i
 
 void VMFileOperationController::sheetDidEnd(Sheet sheet, const QString& answer, int index)
 {
-    if (sheet == Sheet::Writable || answer == tr("Stop")) {
+    if (sheet == Sheet::Writable || answer == localized("Stop")) {
         later([this] { stop(); });
         return;
     }
-    const bool overwrite = answer == tr("Overwrite");
+    const bool overwrite = answer == localized("Overwrite");
     if (sheet == Sheet::Readable) {
         later([this, index] { checkReadableFromIndex(index + 1); });
     } else if (overwrite) {
@@ -290,16 +286,15 @@ void VMFileOperationController::sheetDidEnd(Sheet sheet, const QString& answer, 
 
 void VMFileOperationController::performOperations()
 {
-    setPhase(Phase::Transferring);
     switch (m_fileOperation) {
     case FileOperation::Copy:
-        setTopLabel(tr("Copying files"));
+        setTopLabel(localized("Copying files"));
         break;
     case FileOperation::Move:
-        setTopLabel(tr("Moving files"));
+        setTopLabel(localized("Moving files"));
         break;
     case FileOperation::Alias:
-        setTopLabel(tr("Creating aliases"));
+        setTopLabel(localized("Creating aliases"));
         break;
     }
     setBottomLabel({});
@@ -319,6 +314,7 @@ void VMFileOperationController::performOperations()
     m_timer = std::make_unique<QTimer>();
     connect(m_timer.get(), &QTimer::timeout, this, &VMFileOperationController::updateProgress);
     m_timer->start(m_environment.progressInterval);
+    setPhase(Phase::Transferring);
 }
 
 void VMFileOperationController::performOperation(const TransferRequest& request)

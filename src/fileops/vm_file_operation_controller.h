@@ -57,6 +57,14 @@
 
 namespace trovara::fileops {
 
+// What a job needs from outside.
+struct JobEnvironment {
+    std::shared_ptr<FileSystem> fileSystem;  // empty: the machine's
+    query::AlertPresenter alertPresenter;    // empty: every alert is answered with its first button
+    int threadCount = 0;                     // 0: one per processor
+    std::chrono::milliseconds progressInterval{1000};
+};
+
 class VMFileOperationController final : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString topLabel READ topLabel NOTIFY topLabelChanged)
@@ -70,13 +78,7 @@ public:
 
     enum class Phase { CheckingDestination, CheckingSources, CheckingConflicts, Transferring, Stopped };
 
-    // What a job needs from outside.
-    struct Environment {
-        std::shared_ptr<FileSystem> fileSystem;  // empty: the machine's
-        query::AlertPresenter alertPresenter;    // empty: every alert is answered with its first button
-        int threadCount = 0;                     // 0: one per processor
-        std::chrono::milliseconds progressInterval{1000};
-    };
+    using Environment = JobEnvironment;
 
     struct TransferRequest {
         QString sourcePath;

@@ -1,6 +1,6 @@
 #include "fileops/workspace_extras.h"
 
-#include "fileops/desktop_entry.h"
+#include "fileops/localized.h"
 #include "fileops/transfer.h"
 
 #include <QCoreApplication>
@@ -15,11 +15,6 @@
 namespace trovara::fileops {
 
 namespace {
-
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("FileOperations", text);
-}
 
 void require(bool condition, const char* text)
 {
@@ -46,6 +41,11 @@ WorkspaceExtras::Launcher completed(WorkspaceExtras::Launcher launcher)
             WorkspaceExtras::showItemsOnBus(QDBusConnection::sessionBus(), uris, std::move(done));
         };
     }
+    if (!launcher.defaultApplication) {
+        launcher.defaultApplication = [](const QString& mimeType) {
+            return DesktopEntry::defaultForMimeType(mimeType, DesktopLocations::fromEnvironment());
+        };
+    }
     return launcher;
 }
 
@@ -70,9 +70,9 @@ bool WorkspaceExtras::recycleFiles(const QStringList& paths)
 query::Alert WorkspaceExtras::deleteImmediatelyAlert(const QString& fileName)
 {
     query::Alert alert;
-    alert.messageText = tr("The file \"%1\" will be deleted immediately.\nAre you sure you want to continue?").arg(fileName);
-    alert.informativeText = tr("You cannot undo this action.");
-    alert.buttons = {tr("Delete"), tr("Cancel")};
+    alert.messageText = localized("The file \"%1\" will be deleted immediately.\nAre you sure you want to continue?").arg(fileName);
+    alert.informativeText = localized("You cannot undo this action.");
+    alert.buttons = {localized("Delete"), localized("Cancel")};
     alert.critical = true;
     return alert;
 }
@@ -113,7 +113,7 @@ bool WorkspaceExtras::openURL(const QUrl& url, const QString& searchString)
         path = resolved;
     }
     const QMimeType type = QMimeDatabase().mimeTypeForFile(path);
-    if (const std::optional<DesktopEntry> entry = DesktopEntry::defaultForMimeType(type.name())) {
+    if (const std::optional<DesktopEntry> entry = m_launcher.defaultApplication(type.name())) {
         if (const std::optional<QStringList> command = entry->searchCommandLine(path, searchString)) {
             if (m_launcher.startDetached(command->first(), command->mid(1))) {
                 return true;

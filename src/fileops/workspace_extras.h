@@ -18,6 +18,7 @@
 // Thread safety: use on the main thread (the confirmation is a dialog).
 #pragma once
 
+#include "fileops/desktop_entry.h"
 #include "fileops/file_system.h"
 #include "query/alert.h"
 
@@ -45,10 +46,13 @@ public:
         // Shows the items (file URLs) in the file manager; `done` says
         // whether one did, at once or later.
         std::function<void(const QStringList& uris, std::function<void(bool shown)> done)> showItems;
+        // The application that opens files of a MIME type.
+        std::function<std::optional<DesktopEntry>(const QString& mimeType)> defaultApplication;
     };
 
     // Empty parts take the machine's: the local file system, a confirmation
-    // that always cancels, QProcess, xdg-open and the session bus.
+    // that always cancels, QProcess, xdg-open, the session bus and the
+    // desktop's MIME application lists.
     explicit WorkspaceExtras(std::shared_ptr<FileSystem> fileSystem = {}, Confirmation confirmation = {},
                              Launcher launcher = {});
 

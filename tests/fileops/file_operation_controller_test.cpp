@@ -33,6 +33,8 @@ protected:
             shown.push_back(uris);
             done(true);
         };
+        // No default application: files open as the desktop would.
+        launcher.defaultApplication = [](const QString&) { return std::optional<DesktopEntry>(); };
         VMFileOperationController::Environment environment;
         environment.fileSystem = fs;
         environment.progressInterval = std::chrono::milliseconds(1);
@@ -156,9 +158,6 @@ TEST_F(FileOperationControllerTest, AChosenFolderStartsAJobWhoseFilesAreReported
 
 TEST_F(FileOperationControllerTest, TrashOpenAndRevealActOnTheSelection)
 {
-    // No default application: the file opens as the desktop would.
-    const test::ScopedEnv dataDirs("XDG_DATA_DIRS", QFile::encodeName(tree.mkdir(QStringLiteral("none"))).constData());
-    const test::ScopedEnv configDirs("XDG_CONFIG_DIRS", QFile::encodeName(tree.path(QStringLiteral("none"))).constData());
     select({QStringLiteral("trash-from-controller.txt")});
     const QString path = selection.paths.first();
     controller->revealSelectedFiles();

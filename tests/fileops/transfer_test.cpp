@@ -345,9 +345,11 @@ TEST(OperationQueueTest, RunsWithTheDefaultConcurrencyAndCancelsWhatHasNotStarte
     EXPECT_EQ(OperationQueue().maxConcurrentOperationCount(), std::max(1, QThread::idealThreadCount()));
 
     OperationQueue queue(1);
+    std::atomic<bool> started{false};
     std::atomic<bool> release{false};
     std::atomic<int> ran{0};
     queue.addOperation([&] {
+        started = true;
         while (!release) {
             QThread::yieldCurrentThread();
         }
@@ -357,6 +359,9 @@ TEST(OperationQueueTest, RunsWithTheDefaultConcurrencyAndCancelsWhatHasNotStarte
         queue.addOperation([&] { ++ran; });
     }
     EXPECT_EQ(queue.operationCount(), 6);
+    while (!started) {
+        QThread::yieldCurrentThread();
+    }
     queue.cancelAllOperations();
     EXPECT_EQ(queue.operationCount(), 1);
     release = true;

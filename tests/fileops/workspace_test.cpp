@@ -146,12 +146,10 @@ TEST_F(TrashTest, RecycleFilesGoesOnAfterAFailure)
 class DesktopTest : public ::testing::Test {
 protected:
     DesktopTest()
-        : m_data("XDG_DATA_HOME", QFile::encodeName(tree.mkdir(QStringLiteral("data"))).constData()),
-          m_dataDirs("XDG_DATA_DIRS", QFile::encodeName(tree.mkdir(QStringLiteral("system"))).constData()),
-          m_config("XDG_CONFIG_HOME", QFile::encodeName(tree.mkdir(QStringLiteral("config"))).constData()),
-          m_configDirs("XDG_CONFIG_DIRS", QFile::encodeName(tree.mkdir(QStringLiteral("etc"))).constData()),
-          m_desktop("XDG_CURRENT_DESKTOP", "KDE")
     {
+        locations.dataDirectories = {tree.mkdir(QStringLiteral("data")), tree.mkdir(QStringLiteral("system"))};
+        locations.configDirectories = {tree.mkdir(QStringLiteral("config")), tree.mkdir(QStringLiteral("etc"))};
+        locations.desktops = {QStringLiteral("kde")};
     }
     void application(const QString& id, const QString& exec, const QString& where = QStringLiteral("data"))
     {
@@ -165,19 +163,19 @@ protected:
     }
     QString defaultId(const QString& mime)
     {
-        const std::optional<DesktopEntry> entry = DesktopEntry::defaultForMimeType(mime);
+        const std::optional<DesktopEntry> entry = DesktopEntry::defaultForMimeType(mime, locations);
         return entry ? entry->id : QStringLiteral("<none>");
+    }
+    WorkspaceExtras::Launcher launcher()
+    {
+        WorkspaceExtras::Launcher l = launched.launcher();
+        l.defaultApplication = [this](const QString& mime) { return DesktopEntry::defaultForMimeType(mime, locations); };
+        return l;
     }
 
     test::TempTree tree;
+    DesktopLocations locations;
     Launched launched;
-
-private:
-    test::ScopedEnv m_data;
-    test::ScopedEnv m_dataDirs;
-    test::ScopedEnv m_config;
-    test::ScopedEnv m_configDirs;
-    test::ScopedEnv m_desktop;
 };
 
 TEST_F(DesktopTest, TheDefaultApplicationFollowsTheMimeListsInOrder)
@@ -256,7 +254,7 @@ TEST_F(DesktopTest, OpenUrlPassesTheSearchTextOrOpensNormally)
     QFile::link(pdf, tree.path(QStringLiteral("link.pdf")));
     const QString text = tree.write(QStringLiteral("docs/notes.txt"), "plain words");
 
-    WorkspaceExtras workspace({}, {}, launched.launcher());
+    WorkspaceExtras workspace({}, {}, launcher());
     EXPECT_TRUE(workspace.openURL(QUrl::fromLocalFile(tree.path(QStringLiteral("link.pdf"))), QStringLiteral("harbour")));
     EXPECT_EQ(launched.programs, QStringList{QStringLiteral("okular --find harbour ") + pdf});
     EXPECT_TRUE(workspace.openURL(QUrl::fromLocalFile(text), QStringLiteral("harbour")));
@@ -266,7 +264,7 @@ TEST_F(DesktopTest, OpenUrlPassesTheSearchTextOrOpensNormally)
 
 TEST_F(DesktopTest, OpenUrlRefusesWhatIsNotAFileAndASearchString)
 {
-    WorkspaceExtras workspace({}, {}, launched.launcher());
+    WorkspaceExtras workspace({}, {}, launcher());
     const auto message = [&](const QUrl& url, const QString& search) -> std::string {
         try {
             workspace.openURL(url, search);
