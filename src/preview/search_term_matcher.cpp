@@ -90,14 +90,36 @@ struct FoldedText {
 FoldedText foldWithMap(QStringView text)
 {
     FoldedText folded;
-    folded.text.reserve(text.size());
     const qsizetype size = text.size();
-    for (qsizetype i = 0; i < size;) {
+    // The common case first: every character folds to one unit of the
+    // Basic Multilingual Plane, written in place.
+    folded.text.resize(size);
+    char16_t* out = reinterpret_cast<char16_t*>(folded.text.data());
+    const char16_t* in = reinterpret_cast<const char16_t*>(text.data());
+    const std::vector<char16_t>& folds = bmpFolds();
+    qsizetype i = 0;
+    for (; i < size; ++i) {
+        const char16_t c = in[i];
+        if (c < 0x80) {
+            out[i] = c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c;
+            continue;
+        }
+        const char16_t one = c >= 0xD800 && c <= 0xDFFF ? 0 : folds[c];
+        if (one == 0) {
+            break;  // a surrogate or a longer fold: the general way from here
+        }
+        out[i] = one;
+    }
+    if (i == size) {
+        return folded;
+    }
+    folded.text.truncate(i);
+    while (i < size) {
         const qsizetype count = text[i].isHighSurrogate() && i + 1 < size && text[i + 1].isLowSurrogate() ? 2 : 1;
         const qsizetype before = folded.text.size();
         appendFold(text.data() + i, count, folded.text);
         const qsizetype added = folded.text.size() - before;
-        if (added != count && !folded.mapped()) {
+        if (added != count && !folded.isMapped) {
             // The first character whose fold changes length: from here on
             // positions need a map; up to here they were the same.
             folded.isMapped = true;
@@ -115,7 +137,7 @@ FoldedText foldWithMap(QStringView text)
         }
         i += count;
     }
-    if (folded.mapped()) {
+    if (folded.isMapped) {
         folded.origin.push_back(size);
         folded.begins.push_back(true);
     }

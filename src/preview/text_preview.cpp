@@ -1,5 +1,6 @@
 #include "preview/text_preview.h"
 
+#include "preview/display_lines.h"
 #include "preview/text_preview_utility.h"
 
 #include <QCoreApplication>
@@ -24,6 +25,7 @@ struct PreviewAnswer {
     FileContents contents;  // without its text, which is in `text`
     QString text;
     qint64 textBytes = 0;  // UTF-8
+    std::vector<qsizetype> lines;
     std::vector<TermMatch> matches;
     quint64 termsGeneration = 0;
 };
@@ -178,6 +180,7 @@ QVariant TextPreview::prepareUpdatePreview(QVariant value)
         answer.text = QString::fromUtf8(answer.contents.text);
         answer.textBytes = static_cast<qint64>(answer.contents.text.size());
         answer.contents.text = {};
+        answer.lines = displayLineStarts(answer.text);
         answer.matches =
             SearchTermMatcher(request.terms).colorRanges(answer.text, [&] { return request.cancel->load(); });
     }
@@ -200,6 +203,7 @@ void TextPreview::processUpdatePreview(QVariant value)
                                  ? tr("Only the first %1 of the text are shown.")
                                        .arg(QLocale::c().formattedDataSize(answer.textBytes, 0, QLocale::DataSizeSIFormat))
                                  : QString();
+        m_lines = std::move(answer.lines);
         show(answer.path, answer.text, true, note);
         break;
     }
@@ -257,6 +261,9 @@ void TextPreview::show(const QString& path, const QString& text, bool visible, c
 {
     m_path = path;
     m_text = text;
+    if (!visible) {
+        m_lines.clear();
+    }
     m_textVisible = visible;
     m_truncated = visible && !message.isEmpty();
     m_message = message;

@@ -80,6 +80,9 @@ public:
     // A short sentence in place of (or, for a cut text, below) the text.
     const QString& message() const { return m_message; }
     const std::vector<TermMatch>& matches() const { return m_matches; }
+    // Where the text's display lines start (see display_lines.h), found
+    // with the text on the worker.
+    const std::vector<qsizetype>& displayLines() const { return m_lines; }
     const index::ImportedAttributes& attributes() const { return m_attributes; }
 
     // The match the user is at (-1: none); next and previous wrap around.
@@ -127,6 +130,7 @@ private:
 
     QString m_path;
     QString m_text;
+    std::vector<qsizetype> m_lines;
     bool m_textVisible = false;
     bool m_truncated = false;
     bool m_loading = false;

@@ -119,6 +119,11 @@ TEST_F(TextPreviewTest, OneSelectedResultShowsItsTextWithTheQueryTermsColoured)
     // The first coloured range is brought into view.
     ASSERT_EQ(current.count(), 1);
     EXPECT_EQ(current.front().front().toInt(), 0);
+    EXPECT_EQ(preview->displayLines(), std::vector<qsizetype>{0});
+
+    files.put("/lines.txt", text("one\ntwo\n"));
+    select({QStringLiteral("/lines.txt")});
+    EXPECT_EQ(preview->displayLines(), (std::vector<qsizetype>{0, 4, 8}));
 }
 
 TEST_F(TextPreviewTest, SelectingTwoResultsEmptiesAndHidesThePreview)
