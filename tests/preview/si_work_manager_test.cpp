@@ -198,7 +198,7 @@ TEST(SIWorkManager, AfterShutdownNoFurtherUnitRunsAndEveryThreadEnds)
     auto target = makeWorkTarget<Recorder>();
     std::weak_ptr<const void> threads;
     {
-        SIWorkManager manager(3);
+        SIWorkManager manager(1);  // queued units wait behind the blocked one
         threads = manager.threadsAlive();
         manager.addWorkUnit(unit(target, QStringLiteral("block")), false);
         target->waitUntilBlocked();
