@@ -83,7 +83,7 @@ public:
 };
 
 // The file system of the machine.
-class LocalFileSystem final : public FileSystem {
+class LocalFileSystem : public FileSystem {
 public:
     int status(const QString& path, Links links, FileInfo* info) override;
     bool isAccessible(const QString& path, Access access) override;

@@ -106,6 +106,10 @@ public:
                               Environment environment = {}, QObject* parent = nullptr);
     ~VMFileOperationController() override;
 
+    // Where the job's alerts are shown (its window's sheets); set it before
+    // the job starts, on the first turn of the event loop.
+    void setAlertPresenter(query::AlertPresenter presenter) { m_environment.alertPresenter = std::move(presenter); }
+
     // --- State -----------------------------------------------------------
     Phase phase() const { return m_phase; }
     const QString& topLabel() const { return m_topLabel; }

@@ -5,7 +5,10 @@
 #include "widgets/file_icons.h"
 #include "widgets/thumbnail_cache.h"
 
+#include <QApplication>
+#include <QDrag>
 #include <QKeyEvent>
+#include <QMimeData>
 #include <QLinearGradient>
 #include <QPainter>
 #include <QScrollBar>
@@ -339,6 +342,24 @@ void CoverFlowView::mousePressEvent(QMouseEvent* event)
     if (row >= 0) {
         setCurrentRow(row);
     }
+    m_pressedRow = event->button() == Qt::LeftButton ? row : -1;
+    m_pressedAt = event->position().toPoint();
+}
+
+void CoverFlowView::mouseMoveEvent(QMouseEvent* event)
+{
+    if (m_pressedRow < 0 || !m_model || !(event->buttons() & Qt::LeftButton)
+        || (event->position().toPoint() - m_pressedAt).manhattanLength() < QApplication::startDragDistance()) {
+        return;
+    }
+    QMimeData* data = m_model->mimeData({m_model->index(m_pressedRow, 0)});
+    m_pressedRow = -1;
+    if (!data) {
+        return;
+    }
+    auto* drag = new QDrag(this);
+    drag->setMimeData(data);
+    drag->exec(Qt::CopyAction | Qt::LinkAction, Qt::CopyAction);
 }
 
 void CoverFlowView::mouseDoubleClickEvent(QMouseEvent* event)

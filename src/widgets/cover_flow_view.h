@@ -7,6 +7,9 @@
 // selection, shared with the table and the grid. Return, Enter or a double
 // click on the middle cover opens it.
 //
+// A cover dragged out carries the result as a file (text/uri-list) and its
+// path, for a file manager, a terminal or a mail.
+//
 // Painted by Trovara in the palette's colours; only the covers in view are
 // drawn, so the number of results does not matter.
 #pragma once
@@ -50,6 +53,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
     void wheelEvent(QWheelEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
@@ -73,6 +77,8 @@ private:
     QScrollBar* m_scrollBar;
     QVariantAnimation m_animation;
     int m_current = -1;
+    int m_pressedRow = -1;  // the cover a drag would carry
+    QPoint m_pressedAt;
     double m_position = 0;
     bool m_settingSelection = false;
     QList<QMetaObject::Connection> m_connections;

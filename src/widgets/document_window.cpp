@@ -611,6 +611,18 @@ void DocumentWindow::openSelectedResults()
 void DocumentWindow::showSelectedInFolder()
 {
     const ResultTableModel* results = m_document.metadataQueryController()->results();
+    if (m_revealer) {
+        QStringList paths;
+        for (int row : selectedRows()) {
+            if (const query::ResultItem* item = results->arrangedObjectAt(row)) {
+                paths << item->path();
+            }
+        }
+        if (!paths.isEmpty()) {
+            m_revealer(paths);
+        }
+        return;
+    }
     QStringList folders;
     for (int row : selectedRows()) {
         if (const query::ResultItem* item = results->arrangedObjectAt(row); item && !folders.contains(item->parent())) {

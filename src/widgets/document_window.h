@@ -23,6 +23,7 @@
 
 #include <QMainWindow>
 #include <QPointer>
+#include <QStringList>
 #include <QUrl>
 
 #include <functional>
@@ -113,6 +114,11 @@ public:
     void copySelectedResults();
     void copySelectedPaths();
     void setUrlOpener(UrlOpener opener) { m_opener = std::move(opener); }
+    const UrlOpener& urlOpener() const { return m_opener; }
+    // Shows files in the file manager; without one, Show in Folder opens
+    // the folders that hold them.
+    using Revealer = std::function<void(const QStringList& paths)>;
+    void setRevealer(Revealer revealer) { m_revealer = std::move(revealer); }
     // The menu of the selected results (the toolbar's action item and the
     // views' context menu); other parts of Trovara add their commands here.
     QMenu* actionMenu() const { return m_actionMenu; }
@@ -196,6 +202,7 @@ private:
     ThumbnailLoader* m_thumbnails;
     bool m_loaded = false;
     UrlOpener m_opener;
+    Revealer m_revealer;
     ClosePrompt m_closePrompt;
     std::function<void()> m_beep;
 

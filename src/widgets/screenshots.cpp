@@ -5,6 +5,7 @@
 #include "query/result_table_model.h"
 #include "widgets/application.h"
 #include "widgets/document_window.h"
+#include "widgets/file_operation_scenes.h"
 #include "widgets/inspector_controller.h"
 #include "widgets/query_inspector_controller.h"
 #include "widgets/template_saver_sheet.h"
@@ -124,6 +125,10 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
              sheet->cancelSheet();
              return picture;
          }},
+        {QStringLiteral("file-progress"),
+         [](Application&, DocumentWindow& window) { return fileOperationProgressScene(window); }},
+        {QStringLiteral("file-conflict"),
+         [](Application&, DocumentWindow& window) { return fileOperationConflictScene(window); }},
     };
     return scenes;
 }

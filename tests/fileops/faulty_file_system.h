@@ -9,6 +9,7 @@
 #include "fileops/file_system.h"
 
 #include <QFile>
+#include <QSemaphore>
 #include <QSet>
 
 #include <cerrno>
@@ -152,6 +153,34 @@ private:
     Hook m_hook;
     QSet<QString> m_unreadable;
     QSet<QString> m_unwritable;
+};
+
+// Holds the copy of the file whose path ends so until the test releases it
+// (installs the file system's hook for its life).
+class HeldCopy {
+public:
+    HeldCopy(FaultyFileSystem& fileSystem, const QString& suffix) : m_fileSystem(fileSystem)
+    {
+        fileSystem.setHook([this, suffix](FaultyFileSystem::Call call, const QString& path, const std::atomic<bool>*) {
+            if (call == FaultyFileSystem::Call::CopyFile && path.endsWith(suffix)) {
+                m_started.release();
+                m_proceed.acquire();
+            }
+            return 0;
+        });
+    }
+    ~HeldCopy() { m_fileSystem.setHook({}); }
+    HeldCopy(const HeldCopy&) = delete;
+    HeldCopy& operator=(const HeldCopy&) = delete;
+
+    // Blocks until the copy has begun.
+    void waitUntilStarted() { m_started.acquire(); }
+    void release() { m_proceed.release(); }
+
+private:
+    FaultyFileSystem& m_fileSystem;
+    QSemaphore m_started;
+    QSemaphore m_proceed;
 };
 
 }  // namespace trovara::test

@@ -479,15 +479,7 @@ TEST_F(JobTest, StopMidFileLetsTheRunningTransferFinishAndCancelsTheRest)
     tree.write(QStringLiteral("src/1.bin"), QByteArray(100000, '1'));
     tree.write(QStringLiteral("src/2.bin"), "2");
     tree.write(QStringLiteral("src/3.bin"), "3");
-    QSemaphore started;
-    QSemaphore proceed;
-    fs->setHook([&](Call call, const QString& path, const std::atomic<bool>*) {
-        if (call == Call::CopyFile && path.endsWith(QStringLiteral("1.bin"))) {
-            started.release();
-            proceed.acquire();
-        }
-        return 0;
-    });
+    test::HeldCopy held(*fs, QStringLiteral("1.bin"));
     auto job = makeJob({QStringLiteral("src/1.bin"), QStringLiteral("src/2.bin"), QStringLiteral("src/3.bin")},
                        FileOperation::Copy, 1);
     QObject::connect(job.get(), &Job::phaseChanged, [&](Phase phase) {
@@ -496,11 +488,11 @@ TEST_F(JobTest, StopMidFileLetsTheRunningTransferFinishAndCancelsTheRest)
         }
         // Stop is pressed while the first file is being copied.
         QTimer::singleShot(0, job.get(), [&] {
-            started.acquire();
+            held.waitUntilStarted();
             EXPECT_EQ(job->remainingOperationCount(), 3);
             job->stopButtonPressed();
             EXPECT_EQ(job->remainingOperationCount(), 1);
-            proceed.release();
+            held.release();
         });
     });
     runUntilStopped(*job);

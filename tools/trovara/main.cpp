@@ -9,6 +9,7 @@
 #include "presentation/metadata_item_transformer.h"
 #include "widgets/application.h"
 #include "widgets/file_icons.h"
+#include "widgets/file_operation_commands.h"
 #include "widgets/screenshots.h"
 
 #include <QApplication>
@@ -58,6 +59,7 @@ int main(int argc, char** argv)
     trovara::daemon::QuerySourceOptions options;
     options.embeddedOnly = parser.isSet(embeddedOption);
     trovara::widgets::Application shell(indexDirectory, trovara::index::standardServices(), options);
+    trovara::widgets::FileOperationCommands fileOperations(shell);
     const QStringList files = parser.positionalArguments();
     QTimer::singleShot(0, &shell, [&shell, files] { shell.openFiles(files); });
 
