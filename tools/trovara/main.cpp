@@ -10,6 +10,7 @@
 #include "widgets/application.h"
 #include "widgets/file_icons.h"
 #include "widgets/screenshots.h"
+#include "widgets/startup_trace.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -58,6 +59,7 @@ int main(int argc, char** argv)
     trovara::daemon::QuerySourceOptions options;
     options.embeddedOnly = parser.isSet(embeddedOption);
     trovara::widgets::Application shell(indexDirectory, trovara::index::standardServices(), options);
+    trovara::widgets::StartupTrace trace(shell);
     const QStringList files = parser.positionalArguments();
     QTimer::singleShot(0, &shell, [&shell, files] { shell.openFiles(files); });
 
