@@ -154,7 +154,7 @@ void Application::buildActions()
 
     auto* inspector = new QAction(m_inspector->menuTitle(), this);
     inspector->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_I));
-    inspector->setIcon(themeIcon(QStringLiteral("document-properties"),
+    inspector->setIcon(themeIcon(QStringLiteral("dialog-information"),
                                  style->standardIcon(QStyle::SP_FileDialogInfoView)));
     inspector->setIconText(tr("Inspector"));
     inspector->setToolTip(tr("Show or hide the attributes of the selected result"));
@@ -367,6 +367,7 @@ void Application::indexSettled()
     for (DocumentWindow* window : windows()) {
         window->loadDocument();
     }
+    emit indexOpened();
 }
 
 void Application::showNotice(const QString& text, int kind)

@@ -108,6 +108,8 @@ signals:
     // A window was made for a document (others add to it: rule editors,
     // actions on results).
     void windowCreated(trovara::widgets::DocumentWindow* window);
+    // The index is open (or could not be opened); windows load now.
+    void indexOpened();
 
 private:
     void setUp();

@@ -187,10 +187,11 @@ std::vector<CoverFlowView::Cover> CoverFlowView::visibleCovers() const
     for (int row = first; row <= last; ++row) {
         const double d = row - m_position;
         const double turn = std::clamp(d, -1.0, 1.0);
-        // Within one step of the middle the cover slides out; further away
-        // the turned covers stand closer together.
-        const double x = std::abs(d) < 1 ? centre + d * side * 0.62
-                                          : centre + std::copysign(side * 0.62 + (std::abs(d) - 1) * side * 0.28, d);
+        // Within one step of the middle the cover slides out to just beyond
+        // the middle one's edge; further away the turned covers stand
+        // closer together.
+        const double x = std::abs(d) < 1 ? centre + d * side * 0.85
+                                          : centre + std::copysign(side * 0.85 + (std::abs(d) - 1) * side * 0.24, d);
         covers.push_back({row, QRectF(x - side / 2, baseline - side, side, side), turn});
     }
     // Far covers first, so that nearer ones are drawn over them.
@@ -200,15 +201,16 @@ std::vector<CoverFlowView::Cover> CoverFlowView::visibleCovers() const
     return covers;
 }
 
-QImage CoverFlowView::imageFor(int row, int side) const
+QImage CoverFlowView::imageFor(int row, int side, bool* isIcon) const
 {
     const ResultItem* item = m_model->arrangedObjectAt(row);
     if (!item) {
         return {};
     }
     QImage image = m_loader->thumbnail(item->path(), side);
-    if (image.isNull()) {
-        const int iconSide = std::max(32, side * 2 / 3);
+    *isIcon = image.isNull();
+    if (*isIcon) {
+        const int iconSide = std::max(32, side / 2);
         image = iconForName(item->iconName()).pixmap(QSize(iconSide, iconSide), devicePixelRatioF()).toImage();
     }
     return image;
@@ -217,11 +219,14 @@ QImage CoverFlowView::imageFor(int row, int side) const
 void CoverFlowView::drawCover(QPainter& painter, const Cover& cover) const
 {
     const int side = static_cast<int>(cover.rect.width());
-    const QImage image = imageFor(cover.row, side > 128 ? 256 : 128);
+    bool isIcon = false;
+    const QImage image = imageFor(cover.row, side > 128 ? 256 : 128, &isIcon);
     if (image.isNull()) {
         return;
     }
-    const QSizeF size = QSizeF(image.size() / image.devicePixelRatioF()).scaled(cover.rect.size(), Qt::KeepAspectRatio);
+    // Thumbnails fill the cover; an icon keeps its own size (it would blur).
+    const QSizeF natural = QSizeF(image.size()) / image.devicePixelRatioF();
+    const QSizeF size = isIcon ? natural : natural.scaled(cover.rect.size(), Qt::KeepAspectRatio);
     // Bottom-aligned on the baseline, centred across.
     const QRectF face(-size.width() / 2, -size.height(), size.width(), size.height());
 

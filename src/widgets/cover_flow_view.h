@@ -69,7 +69,7 @@ private:
     void followSelection();
     void rowsChanged();
     void drawCover(QPainter& painter, const Cover& cover) const;
-    QImage imageFor(int row, int side) const;
+    QImage imageFor(int row, int side, bool* isIcon) const;
 
     query::ResultTableModel* m_model = nullptr;
     QItemSelectionModel* m_selection = nullptr;

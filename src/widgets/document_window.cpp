@@ -52,7 +52,7 @@ namespace {
 QIcon runIcon(const QString& image, const QStyle* style)
 {
     return image == QLatin1String("stop")
-               ? themeIcon(QStringLiteral("media-playback-stop"), style->standardIcon(QStyle::SP_MediaStop))
+               ? themeIcon(QStringLiteral("process-stop"), style->standardIcon(QStyle::SP_BrowserStop))
                : themeIcon(QStringLiteral("media-playback-start"), style->standardIcon(QStyle::SP_MediaPlay));
 }
 
@@ -219,9 +219,6 @@ void DocumentWindow::buildActions(const ApplicationActions&)
     connect(m_focusResults, &QAction::triggered, this, &DocumentWindow::focusOnResults);
 
     m_actionMenu = new QMenu(tr("Results"), this);
-    m_actionMenu->setIcon(themeIcon(QStringLiteral("open-menu"),
-                                    themeIcon(QStringLiteral("application-menu"),
-                                              style()->standardIcon(QStyle::SP_ToolBarHorizontalExtensionButton))));
     m_actionMenu->addAction(m_openResults);
     m_actionMenu->addAction(m_showInFolder);
     m_actionMenu->addSeparator();
@@ -336,13 +333,19 @@ void DocumentWindow::buildToolBar(const ApplicationActions& actions)
         panel->setPriority(QAction::LowPriority);
         bar->addAction(panel);
     }
-    QAction* menuAction = m_actionMenu->menuAction();
-    menuAction->setToolTip(tr("Actions on the selected results"));
-    menuAction->setPriority(QAction::LowPriority);
-    bar->addAction(menuAction);
-    if (auto* button = qobject_cast<QToolButton*>(bar->widgetForAction(menuAction))) {
-        button->setPopupMode(QToolButton::InstantPopup);
-    }
+    // The toolbar's button for the action menu (the menu bar shows the
+    // same menu by name).
+    auto* actionButton = new QToolButton(bar);
+    actionButton->setMenu(m_actionMenu);
+    actionButton->setPopupMode(QToolButton::InstantPopup);
+    actionButton->setAutoRaise(true);
+    actionButton->setFocusPolicy(Qt::NoFocus);
+    actionButton->setIcon(themeIcon(QStringLiteral("open-menu"),
+                               themeIcon(QStringLiteral("application-menu"),
+                                         style()->standardIcon(QStyle::SP_ToolBarHorizontalExtensionButton))));
+    actionButton->setToolTip(tr("Actions on the selected results"));
+    actionButton->setAccessibleName(tr("Actions on the selected results"));
+    bar->addWidget(actionButton);
     auto* spacer = new QWidget(bar);
     spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(spacer);

@@ -7,8 +7,10 @@
 #include "query/metadata_query_controller.h"
 
 #include <QFormLayout>
+#include <QFontDatabase>
 #include <QLabel>
 #include <QPlainTextEdit>
+#include <QVBoxLayout>
 
 namespace trovara::widgets {
 
@@ -53,15 +55,21 @@ QString QueryInspectorController::menuTitleWhenActive(bool active) const
 QWidget* QueryInspectorController::makeContents()
 {
     auto* contents = new QWidget;
-    auto* form = new QFormLayout(contents);
+    auto* column = new QVBoxLayout(contents);
+    auto* form = new QFormLayout;
+    column->addLayout(form);
+    column->addStretch(1);
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    form->setLabelAlignment(Qt::AlignLeft | Qt::AlignTop);
     m_query = new QPlainTextEdit;
     m_query->setReadOnly(true);
     m_query->setAccessibleName(tr("Query string"));
     m_query->setTabChangesFocus(true);
     QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     m_query->setFont(fixed);
-    m_query->setMinimumHeight(QFontMetrics(fixed).height() * 5);
+    m_query->setMinimumHeight(QFontMetrics(fixed).height() * 4);
+    m_query->setMaximumHeight(QFontMetrics(fixed).height() * 8);
+    m_query->setLineWrapMode(QPlainTextEdit::WidgetWidth);
     m_places = makeValueLabel(tr("Places searched"));
     m_exclusions = makeValueLabel(tr("Places left out"));
     m_limit = makeValueLabel(tr("Limit"));

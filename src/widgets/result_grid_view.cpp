@@ -45,13 +45,27 @@ void ResultGridDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
     if (!item) {
         return;
     }
-    QStyleOptionViewItem background = option;
-    background.text.clear();
-    background.icon = {};
-    background.features &= ~QStyleOptionViewItem::HasDecoration;
-    const QWidget* widget = option.widget;
-    QStyle* style = widget ? widget->style() : QApplication::style();
-    style->drawPrimitive(QStyle::PE_PanelItemViewItem, &background, painter, widget);
+    const bool selected = option.state & QStyle::State_Selected;
+    const QColor highlight = option.palette.color(
+        option.state & QStyle::State_Active ? QPalette::Active : QPalette::Inactive, QPalette::Highlight);
+    painter->save();
+    painter->setRenderHint(QPainter::Antialiasing);
+    if (selected) {
+        // A soft tile behind the picture, as file managers mark a chosen item.
+        QColor tile = highlight;
+        tile.setAlphaF(0.22);
+        painter->setPen(Qt::NoPen);
+        painter->setBrush(tile);
+        painter->drawRoundedRect(QRectF(option.rect).adjusted(2, 2, -2, -2), 6, 6);
+    }
+    if (option.state & QStyle::State_HasFocus) {
+        QColor edge = highlight;
+        edge.setAlphaF(0.6);
+        painter->setPen(QPen(edge, 1));
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRoundedRect(QRectF(option.rect).adjusted(2.5, 2.5, -2.5, -2.5), 6, 6);
+    }
+    painter->restore();
 
     const QRect picture(option.rect.x() + (option.rect.width() - m_side) / 2, option.rect.y() + kPadding, m_side,
                         m_side);
@@ -84,9 +98,7 @@ void ResultGridDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
                    Qt::AlignCenter);
     }
 
-    const QRect text(option.rect.x() + 2, picture.bottom() + 4, option.rect.width() - 4, 2 * option.fontMetrics.height());
-    const bool selected = option.state & QStyle::State_Selected;
-    painter->setPen(option.palette.color(selected ? QPalette::HighlightedText : QPalette::Text));
+    const QRect text(option.rect.x() + 4, picture.bottom() + 4, option.rect.width() - 8, 2 * option.fontMetrics.height());
     painter->setFont(option.font);
     // Two lines at most, the second elided in the middle (the extension stays).
     const QString name = item->displayName();
@@ -101,6 +113,19 @@ void ResultGridDelegate::paint(QPainter* painter, const QStyleOptionViewItem& op
         second = option.fontMetrics.elidedText(name.mid(cut), Qt::ElideMiddle, text.width());
     }
     const int line = option.fontMetrics.height();
+    if (selected) {
+        // The name on the selection colour, one pill per line.
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(Qt::NoPen);
+        painter->setBrush(highlight);
+        for (int i = 0; i < (second.isEmpty() ? 1 : 2); ++i) {
+            const int width = option.fontMetrics.horizontalAdvance(i == 0 ? first : second) + 8;
+            painter->drawRoundedRect(QRectF(text.center().x() - width / 2.0, text.y() + i * line, width, line), 4, 4);
+        }
+        painter->restore();
+    }
+    painter->setPen(option.palette.color(selected ? QPalette::HighlightedText : QPalette::Text));
     painter->drawText(QRect(text.x(), text.y(), text.width(), line), Qt::AlignHCenter | Qt::AlignTop, first);
     if (!second.isEmpty()) {
         painter->drawText(QRect(text.x(), text.y() + line, text.width(), line), Qt::AlignHCenter | Qt::AlignTop, second);

@@ -107,6 +107,8 @@ ResultTableView::ResultTableView(QWidget* parent)
     connect(m_header, &QHeaderView::sectionMoved, this, &ResultTableView::sectionMoved);
     connect(m_header, &QHeaderView::sectionResized, this, [this](int column, int, int width) {
         if (!m_syncing && m_model) {
+            // A width the person chose stays.
+            m_autoSizeWhenFilled = false;
             m_model->setColumnWidth(column, width);
         }
     });
@@ -133,8 +135,14 @@ void ResultTableView::setController(query::MetadataQueryController* controller)
     m_connections << connect(m_model, &ResultTableModel::autoSizeAllColumnsRequested, this,
                              &ResultTableView::autoSizeAllColumns);
     m_connections << connect(m_model, &ResultTableModel::rowHeightChanged, this, &ResultTableView::applyRowHeight);
-    m_connections << connect(m_model, &ResultTableModel::arrangedObjectsChanged, this,
-                             &ResultTableView::syncSortIndicator);
+    m_connections << connect(m_model, &ResultTableModel::arrangedObjectsChanged, this, [this] {
+        syncSortIndicator();
+        // Columns sized before there was anything to measure are sized again
+        // on the first results.
+        if (m_autoSizeWhenFilled && m_model->rowCount() > 0) {
+            autoSizeAllColumns();
+        }
+    });
     m_connections << connect(m_model, &QAbstractItemModel::columnsInserted, this,
                              &ResultTableView::syncColumnsFromModel);
     m_connections << connect(m_model, &QAbstractItemModel::columnsMoved, this, &ResultTableView::syncColumnsFromModel);
@@ -182,6 +190,7 @@ void ResultTableView::autoSizeAllColumns()
     if (!m_model) {
         return;
     }
+    m_autoSizeWhenFilled = m_model->rowCount() == 0;
     m_syncing = true;
     for (int column = 0; column < m_model->columnCount(); ++column) {
         const int minimum = m_model->headerData(column, Qt::Horizontal, ResultTableModel::MinimumWidthRole).toInt();

@@ -97,6 +97,7 @@ private:
     ResultTableHeaderView* m_header;
     ResultTableCornerView* m_corner;
     bool m_syncing = false;
+    bool m_autoSizeWhenFilled = false;
     QList<QMetaObject::Connection> m_connections;
 };
 

@@ -106,7 +106,7 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
          [](Application& application, DocumentWindow&) {
              QueryInspectorController* inspector = application.queryInspector();
              inspector->activateInspectorPanel();
-             inspector->window()->resize(520, 340);
+             inspector->window()->resize(520, 280);
              settleForScreenshot();
              QPixmap picture = inspector->window()->grab();
              inspector->window()->close();

@@ -216,6 +216,8 @@ TEST_F(ResultViewsTest, TheCoverFlowFollowsTheSelectionAndFindsCoversByPoint)
     EXPECT_EQ(flow->rowAt(QPoint(flow->width() / 2, flow->height() / 3)), 2);
     QTest::keyClick(flow, Qt::Key_End);
     EXPECT_EQ(flow->currentRow(), 5);
+    // The covers come to rest on it.
+    EXPECT_TRUE(waitFor([&] { return flow->position() == 5.0; }, "the covers to settle"));
     QTest::keyClick(flow, Qt::Key_Right);  // already the last
     EXPECT_EQ(flow->currentRow(), 5);
 

@@ -11,6 +11,7 @@
 #include "widgets/file_icons.h"
 #include "widgets/file_operation_commands.h"
 #include "widgets/screenshots.h"
+#include "widgets/startup_trace.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -60,6 +61,7 @@ int main(int argc, char** argv)
     options.embeddedOnly = parser.isSet(embeddedOption);
     trovara::widgets::Application shell(indexDirectory, trovara::index::standardServices(), options);
     trovara::widgets::FileOperationCommands fileOperations(shell);
+    trovara::widgets::StartupTrace trace(shell);
     const QStringList files = parser.positionalArguments();
     QTimer::singleShot(0, &shell, [&shell, files] { shell.openFiles(files); });
 
