@@ -199,7 +199,7 @@ TEST(SIWorkManager, AfterShutdownNoFurtherUnitRunsAndEveryThreadEnds)
     auto target = makeWorkTarget<Recorder>();
     std::weak_ptr<const void> threads;
     {
-        SIWorkManager manager(1);  // queued units wait behind the blocked one
+        SIWorkManager manager(3);
         threads = manager.threadsAlive();
         // Every thread busy, so that what is queued next waits.
         for (int i = 0; i < 3; ++i) {
