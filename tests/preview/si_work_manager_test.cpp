@@ -29,7 +29,7 @@ public:
             std::unique_lock guard(mutex);
             events.push_back(QStringLiteral("work ") + name);
             if (name == QLatin1String("block")) {
-                blocked = true;
+                ++blocked;
                 changed.notify_all();
                 changed.wait(guard, [&] { return open; });
             }
@@ -56,10 +56,11 @@ public:
         }
         changed.notify_all();
     }
-    void waitUntilBlocked()
+    // Until `count` units wait at the gate.
+    void waitUntilBlocked(int count = 1)
     {
         std::unique_lock guard(mutex);
-        changed.wait(guard, [&] { return blocked; });
+        changed.wait(guard, [&] { return blocked >= count; });
     }
     void release()
     {
@@ -78,7 +79,7 @@ public:
     std::mutex mutex;
     std::condition_variable changed;
     QStringList events;
-    bool blocked = false;
+    int blocked = 0;
     bool open = false;
 };
 
@@ -198,17 +199,20 @@ TEST(SIWorkManager, AfterShutdownNoFurtherUnitRunsAndEveryThreadEnds)
     auto target = makeWorkTarget<Recorder>();
     std::weak_ptr<const void> threads;
     {
-        SIWorkManager manager(1);  // queued units wait behind the blocked one
+        SIWorkManager manager(3);
         threads = manager.threadsAlive();
-        manager.addWorkUnit(unit(target, QStringLiteral("block")), false);
-        target->waitUntilBlocked();
+        // Every thread busy, so that what is queued next waits.
+        for (int i = 0; i < 3; ++i) {
+            manager.addWorkUnit(unit(target, QStringLiteral("block")), false);
+        }
+        target->waitUntilBlocked(3);
         manager.addWorkUnit(unit(target, QStringLiteral("never 1")), false);
         manager.addWorkUnit(unit(target, QStringLiteral("never 2")), false);
     }
     // The manager did not wait for the running unit; it finishes on its own.
     target->release();
     ASSERT_TRUE(waitUntil([&] { return threads.expired(); }));
-    EXPECT_EQ(target->recorded(), QStringList{QStringLiteral("work block")});
+    EXPECT_EQ(target->recorded(), QStringList(3, QStringLiteral("work block")));
 }
 
 TEST(SIWorkManager, AUnitKeepsItsTargetAliveUntilItHasRun)
