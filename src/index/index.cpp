@@ -81,6 +81,14 @@ std::string Index::defaultDirectory()
 
 Expected<std::string> Index::canonicalFolder(const std::string& folder)
 {
+    if (folder.find('\0') != std::string::npos) {
+        // The system would read the path only up to it: "DIR\0/etc" is DIR.
+        std::string shown;
+        for (const char ch : folder) {
+            shown += ch == '\0' ? std::string("\\0") : std::string(1, ch);
+        }
+        return Failure{Failure::Kind::InvalidArgument, shown + ": a path cannot hold a NUL byte"};
+    }
     char resolved[PATH_MAX];
     if (!::realpath(folder.c_str(), resolved)) {
         return Failure{Failure::Kind::InvalidArgument, folder + ": " + std::strerror(errno)};
@@ -335,6 +343,10 @@ Expected<void> Index::removeRoots(const std::vector<std::string>& folders)
     }
     for (const std::string& folder : folders) {
         Expected<std::string> canonical = canonicalFolder(folder);
+        if (!canonical && folder.find('\0') != std::string::npos) {
+            m_store->rollback();
+            return canonical.error();
+        }
         const std::string path = canonical ? *canonical : folder;
         auto root = std::find_if(existing->begin(), existing->end(), [&](const RootRecord& r) { return r.path == path; });
         if (root == existing->end()) {

@@ -102,7 +102,8 @@ public:
     Store& store() { return *m_store; }
 
     // Cleans a folder given by the user: absolute, no "." or "..", no
-    // trailing slash, symbolic links resolved. Fails when it is not a folder.
+    // trailing slash, symbolic links resolved. Fails when it is not a folder,
+    // or holds a NUL byte.
     static Expected<std::string> canonicalFolder(const std::string& folder);
 
 private:
