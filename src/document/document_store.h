@@ -17,8 +17,8 @@
 #pragma once
 
 #include "common/error.h"
-#include "document/managed_object_context.h"
-#include "document/sqlite_store.h"
+#include "store/managed_object_context.h"
+#include "store/sqlite_store.h"
 
 #include <QString>
 #include <QVariantMap>
