@@ -79,30 +79,22 @@ private:
                 m_expected += QStringLiteral(" (the input ends here)");
             }
             m_errorLine = m_line;
-            m_errorColumn = column();
+            m_errorColumn = m_column;
         }
-    }
-
-    int column() const
-    {
-        // Columns count characters, not bytes: skip UTF-8 continuation bytes.
-        int col = 1;
-        for (qsizetype i = m_lineStart; i < m_pos && i < m_text.size(); ++i) {
-            if ((static_cast<unsigned char>(m_text[i]) & 0xC0) != 0x80) {
-                ++col;
-            }
-        }
-        return col;
     }
 
     bool atEnd() const { return m_pos >= m_text.size(); }
     char peek() const { return atEnd() ? '\0' : m_text[m_pos]; }
 
+    // Keeps the line and column of m_pos as it goes, so that every value
+    // learns where it stands at no cost (a long line stays linear).
     void advance()
     {
         if (peek() == '\n') {
             ++m_line;
-            m_lineStart = m_pos + 1;
+            m_column = 1;
+        } else if ((static_cast<unsigned char>(peek()) & 0xC0) != 0x80) {
+            ++m_column;  // columns count characters: continuation bytes add none
         }
         ++m_pos;
     }
@@ -117,9 +109,11 @@ private:
     bool literal(const char* word)
     {
         const qsizetype start = m_pos;
+        const int startColumn = m_column;
         for (const char* p = word; *p; ++p) {
             if (peek() != *p) {
                 m_pos = start;
+                m_column = startColumn;
                 return false;
             }
             advance();
@@ -130,7 +124,7 @@ private:
     bool parseValue(Value& value, int depth)
     {
         value.line = m_line;
-        value.column = column();
+        value.column = m_column;
         if (depth > kMaxDepth) {
             fail("less deeply nested input");
             return false;
@@ -408,7 +402,7 @@ private:
     const QByteArray& m_text;
     qsizetype m_pos = 0;
     int m_line = 1;
-    qsizetype m_lineStart = 0;
+    int m_column = 1;
     QString m_expected;
     int m_errorLine = 1;
     int m_errorColumn = 1;

@@ -68,6 +68,10 @@ Expected<std::unique_ptr<Connection>> Connection::open(const std::string& indexD
     hello.version = kProtocolVersion;
     Expected<Reply> reply = connection->call(hello);
     if (!reply) {
+        std::lock_guard lock(connection->m_mutex);
+        if (connection->m_refusal) {
+            return *connection->m_refusal;  // a daemon runs, but not for us, or not now
+        }
         return Failure{Failure::Kind::Io, kNoDaemon + indexDirectory + " (" + reply.error().message + ")"};
     }
     if (reply->failure) {
@@ -156,6 +160,12 @@ void Connection::readLoop()
                 ReplyHandler done;
                 {
                     std::lock_guard lock(m_mutex);
+                    if (reply->id == 0 && reply->failure) {
+                        // Why the daemon refuses the connection, which it
+                        // closes next; what waits then fails with this.
+                        m_refusal = reply->failure;
+                        continue;
+                    }
                     auto waiting = m_waiting.find(reply->id);
                     if (waiting == m_waiting.end()) {
                         continue;
@@ -183,15 +193,19 @@ void Connection::closed()
 {
     std::map<std::uint64_t, ReplyHandler> waiting;
     ClosedHandler handler;
+    Failure why{Failure::Kind::Io, "the daemon has gone away"};
     {
         std::lock_guard lock(m_mutex);
         m_open.store(false);
         waiting = std::move(m_waiting);
         m_waiting.clear();
         handler = m_closed;
+        if (m_refusal) {
+            why = *m_refusal;
+        }
     }
     for (auto& [id, done] : waiting) {
-        done(Failure{Failure::Kind::Io, "the daemon has gone away"});
+        done(why);
     }
     if (handler) {
         handler();

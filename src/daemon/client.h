@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -27,7 +28,9 @@ public:
 
     // Connects to the daemon serving the index in `indexDirectory` and
     // greets it. Fails with Failure::Kind::Io and a message starting "no
-    // daemon" when none listens there.
+    // daemon" when none listens there; with the daemon's own reason when it
+    // refuses the connection (another user's daemon, or one serving as many
+    // programs as it takes).
     static index::Expected<std::unique_ptr<Connection>> open(const std::string& indexDirectory);
     ~Connection();
     Connection(const Connection&) = delete;
@@ -60,6 +63,7 @@ private:
     std::mutex m_mutex;  // guards everything below, and writes to the socket
     std::uint64_t m_nextId = 1;
     std::map<std::uint64_t, ReplyHandler> m_waiting;
+    std::optional<index::Failure> m_refusal;  // why the daemon refused the connection
     EventHandler m_events;
     ClosedHandler m_closed;
 };

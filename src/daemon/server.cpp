@@ -27,7 +27,6 @@ namespace {
 using index::Expected;
 using index::Failure;
 
-constexpr std::size_t kMaxClients = 256;
 // Change events are cut so that no frame comes near the frame limit.
 constexpr std::size_t kItemsPerEvent = 20000;
 constexpr std::size_t kPathsPerEvent = 50000;
@@ -69,10 +68,12 @@ public:
         std::atomic<int> subscription{0};
     };
 
-    Impl(index::IndexEngine& engine, std::string indexDirectory)
+    Impl(index::IndexEngine& engine, std::string indexDirectory, ServerAdmission admission)
         : m_engine(engine)
         , m_indexDirectory(std::move(indexDirectory))
         , m_started(nowNanoseconds())
+        , m_maxClients(admission.maxClients)
+        , m_user(admission.user.value_or(::geteuid()))
     {
     }
 
@@ -209,11 +210,20 @@ private:
             if (fd < 0) {
                 return;
             }
+            // Only the user's own programs, and not without end.
             ucred peer{};
             socklen_t size = sizeof peer;
-            if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != ::geteuid()
-                || m_clients.size() >= kMaxClients) {
-                ::close(fd);  // only the user's own programs, and not without end
+            if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != m_user) {
+                refuse(fd, Failure{Failure::Kind::InvalidArgument,
+                                   "the daemon serving " + m_indexDirectory + " serves only the programs of user "
+                                       + std::to_string(m_user)});
+                continue;
+            }
+            if (m_clients.size() >= m_maxClients) {
+                refuse(fd, Failure{Failure::Kind::Busy, "the daemon serving " + m_indexDirectory + " already has "
+                                                            + std::to_string(m_maxClients)
+                                                            + " programs connected, as many as it takes; try again "
+                                                              "when some have finished"});
                 continue;
             }
             auto client = std::make_shared<Client>();
@@ -221,6 +231,17 @@ private:
             m_clients.emplace(fd, client);
             watch(fd, EPOLLIN | EPOLLOUT | EPOLLET | EPOLLRDHUP);
         }
+    }
+
+    // Says why (a failed reply of id 0), then closes. The socket is new and
+    // empty, so the few bytes go out at once or not at all.
+    static void refuse(int fd, const Failure& why)
+    {
+        Reply reply;
+        reply.failure = why;
+        const std::vector<std::uint8_t> frame = encodeFrame(reply);
+        (void)!::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        ::close(fd);
     }
 
     void readFrom(const std::shared_ptr<Client>& client)
@@ -545,6 +566,8 @@ private:
     std::string m_indexDirectory;
     std::string m_socketPath;
     std::int64_t m_started;
+    std::size_t m_maxClients;
+    uid_t m_user;
     int m_listen = -1;
     int m_epoll = -1;
     int m_wake = -1;
@@ -556,9 +579,9 @@ private:
 };
 
 Expected<std::unique_ptr<Server>> Server::listen(index::IndexEngine& engine, const std::string& socketPath,
-                                                 const std::string& indexDirectory)
+                                                 const std::string& indexDirectory, ServerAdmission admission)
 {
-    auto impl = std::make_unique<Impl>(engine, indexDirectory);
+    auto impl = std::make_unique<Impl>(engine, indexDirectory, admission);
     if (Expected<void> listening = impl->listen(socketPath); !listening) {
         return listening.error();
     }

@@ -15,9 +15,20 @@
 #include "index/live/engine.h"
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <sys/types.h>
 
 namespace trovara::daemon {
+
+// Whom the daemon serves. A connection it refuses is told why (a reply of
+// id 0 that fails) before it is closed, so that the client can say so
+// instead of taking the daemon for gone.
+struct ServerAdmission {
+    std::size_t maxClients = 256;
+    // The user whose programs it serves; none: the daemon's own user.
+    std::optional<uid_t> user;
+};
 
 class Server {
 public:
@@ -25,7 +36,8 @@ public:
     // socket file left by a daemon that died is replaced; one a live daemon
     // answers on is not.
     static index::Expected<std::unique_ptr<Server>> listen(index::IndexEngine& engine, const std::string& socketPath,
-                                                           const std::string& indexDirectory);
+                                                           const std::string& indexDirectory,
+                                                           ServerAdmission admission = {});
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;

@@ -75,9 +75,8 @@ bool predatesModelVersions(const QVariantMap& metadata)
 }
 
 // Merges the legacy metadata into the metadata of a file from before model
-// versioning, and writes it into the file when `write` (else the file is
-// left as it is, for now).
-Status mergeLegacyMetadata(const QString& path, QVariantMap& metadata, bool write)
+// versioning (the file is left as it is, for now).
+Status mergeLegacyMetadata(QVariantMap& metadata)
 {
     Result<QVariantMap> legacy = legacyMetadata();
     if (!legacy) {
@@ -86,19 +85,19 @@ Status mergeLegacyMetadata(const QString& path, QVariantMap& metadata, bool writ
     for (auto it = legacy->begin(); it != legacy->end(); ++it) {
         metadata.insert(it.key(), it.value());
     }
-    return write ? store::SqliteStore::writeMetadata(path, metadata) : Status();
+    return {};
 }
 
 // Reads the metadata and, for a file from before model versioning, merges
 // the legacy metadata into it. Then the file is current, of the first model,
-// or an error (a newer model, or no model at all).
+// or an error (a newer model, or no model at all). Writes nothing.
 struct Recognised {
     QVariantMap metadata;
     bool isCurrent = false;
     bool legacyMerged = false;  // the legacy metadata was merged in
 };
 
-Result<Recognised> recognise(const QString& path, bool writeLegacyMetadata = true)
+Result<Recognised> recognise(const QString& path)
 {
     Result<QVariantMap> stored = store::SqliteStore::readMetadata(path);
     if (!stored) {
@@ -110,7 +109,7 @@ Result<Recognised> recognise(const QString& path, bool writeLegacyMetadata = tru
         return file;
     }
     if (predatesModelVersions(file.metadata)) {
-        if (Status merged = mergeLegacyMetadata(path, file.metadata, writeLegacyMetadata); !merged) {
+        if (Status merged = mergeLegacyMetadata(file.metadata); !merged) {
             return merged.error();
         }
         file.legacyMerged = true;
@@ -126,20 +125,16 @@ Result<Recognised> recognise(const QString& path, bool writeLegacyMetadata = tru
     return file;
 }
 
-// Reads the first-model store at `from`, migrates it and saves the result
-// at `to` (atomically: the file at `to`, if any, is replaced only by a
-// complete new one). The metadata of the old file is kept, with the current
-// model's version.
-Status migrateStore(const QString& from, const QString& to, const store::SaveOptions& options)
+// The first-model store at `path`, read and migrated into the current
+// model in memory. Done before anything is written or renamed, so that a
+// file that cannot be migrated is refused as it stands, under its own name.
+Result<std::unique_ptr<store::ManagedObjectContext>> migratedFromFirstModel(const QString& path)
 {
-    QVariantMap metadata;
-    Result<std::unique_ptr<store::ManagedObjectContext>> old =
-        store::SqliteStore::load(from, firstDocumentModel(), &metadata);
+    Result<std::unique_ptr<store::ManagedObjectContext>> old = store::SqliteStore::load(path, firstDocumentModel());
     if (!old) {
         return old.error();
     }
-    std::unique_ptr<store::ManagedObjectContext> migrated = migrateFromFirstModel(*old.value());
-    return store::SqliteStore::save(*migrated, to, metadata, options);
+    return migrateFromFirstModel(*old.value());
 }
 
 bool pathIsTaken(const QString& path)
@@ -198,8 +193,19 @@ Result<std::unique_ptr<store::ManagedObjectContext>> openDocumentStore(const QSt
         return file.error();
     }
     if (!file->isCurrent) {
-        if (Status migrated = migrateStore(path, path, options); !migrated) {
+        Result<std::unique_ptr<store::ManagedObjectContext>> migrated = migratedFromFirstModel(path);
+        if (!migrated) {
             return migrated.error();
+        }
+        // An old file says which model it follows before it is replaced
+        // (atomically: by a complete new file or not at all).
+        if (file->legacyMerged) {
+            if (Status written = store::SqliteStore::writeMetadata(path, file->metadata); !written) {
+                return written.error();
+            }
+        }
+        if (Status saved = store::SqliteStore::save(*migrated.value(), path, file->metadata, options); !saved) {
+            return saved.error();
         }
     }
     return store::SqliteStore::load(path, model::documentModel(), metadata);
@@ -238,16 +244,33 @@ Result<QString> validatedURLWithPath(const QString& path, const OverwritePrompt&
     return path;
 }
 
+namespace {
+
+Error loggedMigrationError(const Error& error)
+{
+    TLOG(QStringLiteral("migration error: %1").arg(error.toString()));
+    TLOG(QStringLiteral("user Info: %1")
+             .arg(QString::fromUtf8(
+                 QJsonDocument(QJsonObject::fromVariantMap(error.userInfo)).toJson(QJsonDocument::Compact))));
+    return error;
+}
+
+}  // namespace
+
 Status migrateDocumentIfNeeded(const QString& path, const OverwritePrompt& prompt, const store::SaveOptions& options)
 {
     // Nothing is written into the file before the backup path is settled:
     // a person who cancels finds both files exactly as they were.
-    Result<Recognised> file = recognise(path, false);
+    Result<Recognised> file = recognise(path);
     if (!file) {
         return file.error();
     }
     if (file->isCurrent) {
         return {};
+    }
+    Result<std::unique_ptr<store::ManagedObjectContext>> migratedContext = migratedFromFirstModel(path);
+    if (!migratedContext) {
+        return loggedMigrationError(migratedContext.error());
     }
     Result<QString> backup = validatedURLWithPath(path + QLatin1Char('~'), prompt);
     if (!backup) {
@@ -264,17 +287,13 @@ Status migrateDocumentIfNeeded(const QString& path, const OverwritePrompt& promp
     // The old file, kept as the backup, says which model it follows.
     Status migrated = file->legacyMerged ? store::SqliteStore::writeMetadata(*backup, file->metadata) : Status();
     if (migrated) {
-        migrated = migrateStore(*backup, path, options);
+        migrated = store::SqliteStore::save(*migratedContext.value(), path, file->metadata, options);
     }
     if (!migrated) {
-        TLOG(QStringLiteral("migration error: %1").arg(migrated.error().toString()));
-        TLOG(QStringLiteral("user Info: %1")
-                 .arg(QString::fromUtf8(QJsonDocument(QJsonObject::fromVariantMap(migrated.error().userInfo)).toJson(
-                     QJsonDocument::Compact))));
         if (!pathIsTaken(path)) {
             renamePath(*backup, path);
         }
-        return migrated;
+        return loggedMigrationError(migrated.error());
     }
     return {};
 }

@@ -4,7 +4,11 @@
 //
 // A folder is decided when it is read (its entry count is known then); other
 // items when their folder lists them. Type and extended attributes are read
-// only when the query looks at them.
+// only when the query looks at them. When the query looks at what importers
+// find (the text content, "*", an importer's attribute), each file an
+// importer serves is imported on the spot, as indexing would, in batches
+// (through IndexServices::importer; without one such files have no content)
+// and decided then; nothing of it is kept.
 //
 // Thread safety: the callbacks are called one at a time, from the crawler's
 // threads.
@@ -33,6 +37,8 @@ struct CrawlSearchOptions {
 
 // Whether evaluating the query needs an item's type or extended attributes.
 bool queryNeedsDetails(const query::Query& query);
+// Whether it needs what importers find in files.
+bool queryNeedsImports(const query::Query& query);
 
 Expected<CrawlStatistics> searchByCrawling(const std::string& folder, const query::Query& query,
                                            const query::QueryStart& start, const IndexServices& services,

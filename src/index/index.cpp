@@ -61,6 +61,39 @@ std::vector<std::string> readRootsFile(const std::string& path)
     return roots;
 }
 
+// Moves a damaged database aside (as index.db.broken) and starts a new one
+// that holds the roots listed in the roots file, to be crawled again.
+Expected<std::unique_ptr<Store>> recreateFromRootsFile(const std::string& directory)
+{
+    Expected<std::unique_ptr<Store>> store = Store::recreate(directory + kDatabase);
+    if (!store) {
+        return store;
+    }
+    Store& s = *store.value();
+    if (auto begun = s.begin(); !begun) {
+        return begun.error();
+    }
+    for (const std::string& root : readRootsFile(directory + kRootsFile)) {
+        if (auto added = s.addRoot(root, nowNanoseconds()); !added) {
+            s.rollback();
+            return added.error();
+        }
+    }
+    if (auto committed = s.commit(); !committed) {
+        return committed.error();
+    }
+    return store;
+}
+
+// Whether the database is missing or empty although the roots file lists
+// folders: it was lost (deleted, truncated), not never made.
+bool databaseLost(const std::string& directory)
+{
+    struct stat st {};
+    const bool none = ::stat((directory + kDatabase).c_str(), &st) != 0 ? errno == ENOENT : st.st_size == 0;
+    return none && !readRootsFile(directory + kRootsFile).empty();
+}
+
 }  // namespace
 
 std::string Index::defaultDirectory()
@@ -81,6 +114,14 @@ std::string Index::defaultDirectory()
 
 Expected<std::string> Index::canonicalFolder(const std::string& folder)
 {
+    if (folder.find('\0') != std::string::npos) {
+        // The system would read the path only up to it: "DIR\0/etc" is DIR.
+        std::string shown;
+        for (const char ch : folder) {
+            shown += ch == '\0' ? std::string("\\0") : std::string(1, ch);
+        }
+        return Failure{Failure::Kind::InvalidArgument, shown + ": a path cannot hold a NUL byte"};
+    }
     char resolved[PATH_MAX];
     if (!::realpath(folder.c_str(), resolved)) {
         return Failure{Failure::Kind::InvalidArgument, folder + ": " + std::strerror(errno)};
@@ -128,28 +169,23 @@ Expected<std::unique_ptr<Index>> Index::openForWriting(const std::string& direct
     }
 
     const std::string database = directory + kDatabase;
+    if (databaseLost(directory)) {
+        if (notices) {
+            notices->push_back("index database " + database + " is missing or empty; the index is rebuilt from its roots");
+        }
+        Expected<std::unique_ptr<Store>> store = recreateFromRootsFile(directory);
+        if (!store) {
+            return store.error();
+        }
+        index->m_store = std::move(store.value());
+        return index;
+    }
     Expected<std::unique_ptr<Store>> store = Store::open(database, Store::Mode::ReadWrite);
     if (!store && (store.error().kind == Failure::Kind::Corrupt || store.error().kind == Failure::Kind::Version)) {
         if (notices) {
             notices->push_back(store.error().message + "; the index is rebuilt from its roots");
         }
-        store = Store::recreate(database);
-        if (store) {
-            const std::vector<std::string> roots = readRootsFile(directory + kRootsFile);
-            Store& s = *store.value();
-            if (auto begun = s.begin(); !begun) {
-                return begun.error();
-            }
-            for (const std::string& root : roots) {
-                if (auto added = s.addRoot(root, nowNanoseconds()); !added) {
-                    s.rollback();
-                    return added.error();
-                }
-            }
-            if (auto committed = s.commit(); !committed) {
-                return committed.error();
-            }
-        }
+        store = recreateFromRootsFile(directory);
     }
     if (!store) {
         return store.error();
@@ -261,6 +297,11 @@ Expected<UpdateReport> Index::crawlRoots(std::vector<RootRecord>& roots, const O
 
 Expected<UpdateReport> Index::addRoots(const std::vector<std::string>& folders, const Options& options)
 {
+    return recoveringFromDamage(options, [&] { return addRootsOnce(folders, options); });
+}
+
+Expected<UpdateReport> Index::addRootsOnce(const std::vector<std::string>& folders, const Options& options)
+{
     std::vector<std::string> wanted;
     for (const std::string& folder : folders) {
         Expected<std::string> canonical = canonicalFolder(folder);
@@ -335,6 +376,10 @@ Expected<void> Index::removeRoots(const std::vector<std::string>& folders)
     }
     for (const std::string& folder : folders) {
         Expected<std::string> canonical = canonicalFolder(folder);
+        if (!canonical && folder.find('\0') != std::string::npos) {
+            m_store->rollback();
+            return canonical.error();
+        }
         const std::string path = canonical ? *canonical : folder;
         auto root = std::find_if(existing->begin(), existing->end(), [&](const RootRecord& r) { return r.path == path; });
         if (root == existing->end()) {
@@ -362,23 +407,43 @@ Expected<void> Index::removeRoots(const std::vector<std::string>& folders)
 
 Expected<UpdateReport> Index::update(const Options& options)
 {
-    Expected<std::vector<RootRecord>> roots = m_store->roots();
-    if (!roots) {
-        return roots.error();
+    return recoveringFromDamage(options, [&]() -> Expected<UpdateReport> {
+        Expected<std::vector<RootRecord>> roots = m_store->roots();
+        if (!roots) {
+            return roots.error();
+        }
+        return crawlRoots(*roots, options);
+    });
+}
+
+Expected<void> Index::replaceDamagedDatabase(const Failure& damage, const Options& options)
+{
+    m_store.reset();
+    Expected<std::unique_ptr<Store>> store = recreateFromRootsFile(m_directory);
+    if (!store) {
+        // Nothing better to offer than starting afresh by hand.
+        return Failure{damage.kind, damage.message + " (" + store.error().message + "; run: trova index rebuild)"};
     }
-    return crawlRoots(*roots, options);
+    m_store = std::move(store.value());
+    if (options.notice) {
+        options.notice("index database " + m_directory + kDatabase + " is damaged (" + damage.message
+                       + "): moved aside as index.db.broken, and the index is rebuilt from its roots");
+    }
+    return {};
 }
 
 Expected<UpdateReport> Index::rebuild(const Options& options)
 {
-    Expected<std::vector<RootRecord>> roots = m_store->roots();
-    std::vector<std::string> paths;
-    if (roots) {
+    // The folders of the roots file and of the database alike: a database
+    // made afresh (deleted, emptied, damaged) knows none, the file still
+    // does.
+    std::vector<std::string> paths = readRootsFile(m_directory + kRootsFile);
+    if (Expected<std::vector<RootRecord>> roots = m_store->roots()) {
         for (const RootRecord& root : *roots) {
-            paths.push_back(root.path);
+            if (std::find(paths.begin(), paths.end(), root.path) == paths.end()) {
+                paths.push_back(root.path);
+            }
         }
-    } else {
-        paths = readRootsFile(m_directory + kRootsFile);
     }
     const std::string database = m_directory + kDatabase;
     m_store.reset();

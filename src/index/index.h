@@ -81,6 +81,8 @@ public:
         const std::atomic<bool>* cancel = nullptr;
         Updater::ProgressCallback progress;
         ImportPass::ProgressCallback importProgress;
+        // Told what was mended on the way (a damaged database moved aside).
+        std::function<void(const std::string&)> notice;
     };
 
     // Adds folders and crawls them (and imports what is new or changed, when
@@ -89,6 +91,12 @@ public:
     Expected<UpdateReport> addRoots(const std::vector<std::string>& folders, const Options& options);
     Expected<void> removeRoots(const std::vector<std::string>& folders);
     // Crawls every root again (only what changed is written).
+    //
+    // A database is checked only by its header when opened; damage further
+    // in shows when a write reads it ("database disk image is malformed").
+    // Then update() and addRoots() move it aside as index.db.broken, say so
+    // through Options::notice, and do their work again on a new database
+    // holding the roots of the roots file: every root is crawled afresh.
     Expected<UpdateReport> update(const Options& options);
     // Forgets everything and crawls every root from scratch.
     Expected<UpdateReport> rebuild(const Options& options);
@@ -102,12 +110,29 @@ public:
     Store& store() { return *m_store; }
 
     // Cleans a folder given by the user: absolute, no "." or "..", no
-    // trailing slash, symbolic links resolved. Fails when it is not a folder.
+    // trailing slash, symbolic links resolved. Fails when it is not a folder,
+    // or holds a NUL byte.
     static Expected<std::string> canonicalFolder(const std::string& folder);
 
 private:
     Index() = default;
     Expected<UpdateReport> crawlRoots(std::vector<RootRecord>& roots, const Options& options);
+    Expected<UpdateReport> addRootsOnce(const std::vector<std::string>& folders, const Options& options);
+    Expected<void> replaceDamagedDatabase(const Failure& damage, const Options& options);
+    // Runs the operation; when it finds the database damaged, replaces the
+    // database and runs it once more.
+    template <typename Operation>
+    Expected<UpdateReport> recoveringFromDamage(const Options& options, Operation operation)
+    {
+        Expected<UpdateReport> result = operation();
+        if (result || result.error().kind != Failure::Kind::Corrupt) {
+            return result;
+        }
+        if (Expected<void> replaced = replaceDamagedDatabase(result.error(), options); !replaced) {
+            return replaced.error();
+        }
+        return operation();
+    }
     Expected<void> writeRootsFile();
 
     std::string m_directory;

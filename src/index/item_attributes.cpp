@@ -231,6 +231,9 @@ void FileFacts::forEachImportedAttribute(
 
 std::optional<std::string> FileFacts::textContent() const
 {
+    if (m_text) {
+        return *m_text;
+    }
     if (!m_imported.hasText) {
         return std::nullopt;
     }

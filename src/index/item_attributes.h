@@ -5,8 +5,8 @@
 // Both derive the values the same way from the same facts (name, stat times,
 // type, extended attributes, and what importers found), so an item answers a
 // query identically whether it is found through the index or by a crawl of
-// a folder outside it. (A crawl imports nothing: files outside the index
-// have no imported attributes and no text content.)
+// a folder outside it. (A crawl imports what a query asks of the content;
+// see crawl_search.h.)
 //
 // Thread safety: a view belongs to one thread; catalogues and file records
 // may be shared.
@@ -161,6 +161,8 @@ public:
 
     void setNodeCount(std::uint32_t count) { m_nodeCount = count; }
     void setImported(ImportedContent content) { m_imported = std::move(content); }
+    // The text itself, for a file imported on the spot and kept nowhere.
+    void setImportedText(std::shared_ptr<const std::string> text) { m_text = std::move(text); }
     const FileInfo& info() const { return m_info; }
     const FileDetails& details() const { return m_details; }
 
@@ -172,6 +174,7 @@ private:
     Nanoseconds m_lastUsed;
     std::uint32_t m_nodeCount = 0;
     ImportedContent m_imported;
+    std::shared_ptr<const std::string> m_text;
 };
 
 // An ItemView over facts: each attribute is computed when the evaluator

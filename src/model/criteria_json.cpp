@@ -5,6 +5,7 @@
 #include "model/query_leaf.h"
 #include "model/value_text.h"
 
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -101,7 +102,7 @@ private:
         auto* leaf = m_context.insert<QueryLeaf>();
         leaf->setSortIndexValue(index);
         leaf->setParent(group);
-        leaf->setQueryAttribute(QueryAttribute::attributeWithKey(attribute.string, m_context));
+        leaf->setQueryAttribute(attributeWithKey(attribute.string));
 
         for (const auto& [key, value] : row.object) {
             const bool null = value.type == Value::Type::Null;
@@ -155,7 +156,19 @@ private:
         return true;
     }
 
+    // The context finds an attribute by looking at every object it holds:
+    // looked up once per key, a tree of many rows reads in linear time.
+    QueryAttribute* attributeWithKey(const QString& key)
+    {
+        auto known = m_attributes.find(key);
+        if (known == m_attributes.end()) {
+            known = m_attributes.insert(key, QueryAttribute::attributeWithKey(key, m_context));
+        }
+        return known.value();
+    }
+
     store::ManagedObjectContext& m_context;
+    QHash<QString, QueryAttribute*> m_attributes;
     Error m_error;
 };
 

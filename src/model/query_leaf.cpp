@@ -1,6 +1,7 @@
 #include "model/query_leaf.h"
 
 #include "common/log.h"
+#include "index/query/parser.h"
 #include "model/abstract_attribute.h"
 #include "model/value_text.h"
 #include "model/value_transformer.h"
@@ -153,6 +154,15 @@ QueryLeaf* QueryLeaf::addRow()
 }
 
 QString QueryLeaf::expression() const
+{
+    const QString text = writtenExpression();
+    if (!text.isEmpty() && !index::query::parseQuery(text.toStdString()).ok()) {
+        return QStringLiteral("");
+    }
+    return text;
+}
+
+QString QueryLeaf::writtenExpression() const
 {
     const QueryAttribute* attribute = queryAttribute();
     const RelationalOperator* op = relationalOperator();

@@ -62,7 +62,14 @@ public:
     QueryLeaf* addRow();
 
     bool isLeaf() const override { return true; }
+    // The row's query text. A row whose text the index's query language
+    // cannot read (an operator that does not fit the attribute's type, a
+    // value none of its items could hold) contributes nothing, like an
+    // incomplete row, so that every tree yields query text that runs.
     QString expression() const override;
+
+private:
+    QString writtenExpression() const;
 };
 
 class AttributeValue final : public store::ManagedObject {

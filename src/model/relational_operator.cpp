@@ -4,7 +4,38 @@
 #include "model/platform.h"
 #include "model/value_text.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
 namespace trovara::model {
+
+namespace {
+
+// Counts of "within last" in the query language: whole numbers (the integer
+// part, as the hours always were), counted back from now, so a negative
+// count reaches forward ("$time.today(3)", not "$time.today(--3)"). A
+// million periods reach further back than any file's date, and is all the
+// language takes.
+constexpr std::int64_t kMaxPeriods = 1000000;
+
+QString backFromNow(std::int64_t count)
+{
+    return count >= 0 ? QLatin1Char('-') + QString::number(count) : QString::number(-count);
+}
+
+QString periodsBack(const QVariant& value)
+{
+    return backFromNow(std::clamp(integerValueOf(value), -kMaxPeriods, kMaxPeriods));
+}
+
+QString hoursBackInSeconds(const QVariant& value)
+{
+    constexpr std::int64_t kMaxHours = std::numeric_limits<std::int64_t>::max() / 3600;
+    return backFromNow(std::clamp(integerValueOf(value), -kMaxHours, kMaxHours) * 3600);
+}
+
+}  // namespace
 
 // name, operator expression, suffix (nullptr: none).
 #define TROVARA_OPERATOR(accessor, name, expression, suffix)                                     \
@@ -160,19 +191,19 @@ QString RelationalOperator::format(const QVariant& rawValue, const Unit* unit) c
     }
     if (this == withinLastOperator()) {
         if (unit == Unit::weekUnit()) {
-            return QStringLiteral("$time.this_week(-%1)").arg(descriptionOf(value));
+            return QStringLiteral("$time.this_week(%1)").arg(periodsBack(value));
         }
         if (unit == Unit::monthUnit()) {
-            return QStringLiteral("$time.this_month(-%1)").arg(descriptionOf(value));
+            return QStringLiteral("$time.this_month(%1)").arg(periodsBack(value));
         }
         if (unit == Unit::yearUnit()) {
-            return QStringLiteral("$time.this_year(-%1)").arg(descriptionOf(value));
+            return QStringLiteral("$time.this_year(%1)").arg(periodsBack(value));
         }
         if (unit == Unit::dayUnit()) {
-            return QStringLiteral("$time.today(-%1)").arg(descriptionOf(value));
+            return QStringLiteral("$time.today(%1)").arg(periodsBack(value));
         }
         // Hours, or no unit: count back exactly from now, in seconds.
-        return QStringLiteral("$time.now(-%1)").arg(integerValueOf(value) * 3600);
+        return QStringLiteral("$time.now(%1)").arg(hoursBackInSeconds(value));
     }
     if (isNumber(value)) {
         double number = doubleValueOf(value);
@@ -183,6 +214,10 @@ QString RelationalOperator::format(const QVariant& rawValue, const Unit* unit) c
             number *= base * base;
         } else if (unit == Unit::gigaByteUnit()) {
             number *= base * base * base;
+        }
+        if (std::isinf(number)) {
+            // Scaled past a double's range: the largest size still says it.
+            number = std::copysign(std::numeric_limits<double>::max(), number);
         }
         return formatFixed(number, 0);
     }

@@ -2,6 +2,7 @@
 
 #include "common/error_presenter.h"
 #include "common/log.h"
+#include "common/paths.h"
 #include "index/live/qt_dispatcher.h"
 #include "model/defaults.h"
 #include "model/localization.h"
@@ -155,7 +156,7 @@ void MetadataQueryController::setExcludedPaths(const QStringList& paths)
 {
     m_excludedPathsUtf8.clear();
     for (const QString& path : paths) {
-        m_excludedPathsUtf8.push_back(path.toStdString());
+        m_excludedPathsUtf8.push_back(localBytes(path));
     }
     changeInput(m_excludedPaths, paths, &MetadataQueryController::excludedPathsChanged);
 }
@@ -372,7 +373,7 @@ void MetadataQueryController::startQuery(bool alternateKeyDown)
         }
     }
     for (const QString& scope : m_searchScopes) {
-        options.scopes.push_back(scope.toStdString());
+        options.scopes.push_back(localBytes(scope));  // byte for byte, UTF-8 or not
     }
     options.batching = showResultsImmediately() ? fastBatching() : slowBatching();
     if (m_batchingOverride) {

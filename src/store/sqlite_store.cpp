@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -117,6 +118,27 @@ public:
     int open(const QString& path, int flags)
     {
         const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &m_db, flags, nullptr);
+        if (rc == SQLITE_OK) {
+            sqlite3_extended_result_codes(m_db, 1);
+        }
+        return rc;
+    }
+    // Reads a file as it stands, taking no locks and making no -wal or -shm
+    // file beside it (which a read-only connection could not remove again).
+    // Only for a file nobody writes and whose log holds nothing.
+    int openImmutable(const QString& path)
+    {
+        QByteArray uri = "file:";
+        for (const char ch : QFile::encodeName(path)) {
+            const auto byte = static_cast<unsigned char>(ch);
+            if (std::isalnum(byte) || ch == '/' || ch == '-' || ch == '.' || ch == '_' || ch == '~') {
+                uri.append(ch);
+            } else {
+                uri.append('%').append(QByteArray::number(byte, 16).rightJustified(2, '0'));
+            }
+        }
+        uri.append("?immutable=1");
+        const int rc = sqlite3_open_v2(uri.constData(), &m_db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
         if (rc == SQLITE_OK) {
             sqlite3_extended_result_codes(m_db, 1);
         }
@@ -502,12 +524,38 @@ Status checkHeader(Database& db, const QString& path)
     return {};
 }
 
+// Whether the database file's header says it keeps a write-ahead log.
+bool usesWriteAheadLog(const QByteArray& name)
+{
+    const int fd = ::open(name.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        return false;
+    }
+    unsigned char header[20] = {};
+    const bool read = ::pread(fd, header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
+    ::close(fd);
+    return read && header[18] == 2 && header[19] == 2;  // read and write versions 2: WAL
+}
+
 Status openForReading(Database& db, const QString& path)
 {
-    if (!QFileInfo::exists(path)) {
-        return readError(path, Error::kFileReadError, QStringLiteral("The file doesn't exist."));
+    const QByteArray name = QFile::encodeName(path);
+    struct stat st {};
+    if (::stat(name.constData(), &st) != 0) {
+        return readError(path, Error::kFileReadError,
+                         errno == ENOENT ? QStringLiteral("The file doesn't exist.")
+                                         : QStringLiteral("The file could not be read: %1.")
+                                               .arg(QString::fromLocal8Bit(std::strerror(errno))));
     }
-    const int rc = db.open(path, SQLITE_OPEN_READONLY);
+    // Only a regular file: opening a pipe would wait for a writer forever.
+    if (!S_ISREG(st.st_mode)) {
+        return readError(path, Error::kFileReadError,
+                         S_ISDIR(st.st_mode) ? QStringLiteral("It is a folder, not a document.")
+                                             : QStringLiteral("It is not a regular file, but a pipe, socket or device."));
+    }
+    struct stat log {};
+    const bool immutable = usesWriteAheadLog(name) && ::stat((name + "-wal").constData(), &log) != 0;
+    const int rc = immutable ? db.openImmutable(path) : db.open(path, SQLITE_OPEN_READONLY);
     if (rc != SQLITE_OK) {
         return readError(path, Error::kFileReadError, QStringLiteral("The file could not be read."),
                          db.message());

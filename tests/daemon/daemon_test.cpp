@@ -36,7 +36,7 @@ protected:
     }
     ~DaemonTest() override { stopDaemon(); }
 
-    void startDaemon()
+    void startDaemon(ServerAdmission admission = {})
     {
         index::EngineOptions options;
         options.watcher.pairingWindow = 0;
@@ -45,7 +45,7 @@ protected:
         auto engine = index::IndexEngine::start(directory, test::liveServices(), options);
         ASSERT_TRUE(engine.ok()) << engine.error().message;
         m_engine = std::move(engine.value());
-        auto server = Server::listen(*m_engine, socketPathFor(directory), directory);
+        auto server = Server::listen(*m_engine, socketPathFor(directory), directory, admission);
         ASSERT_TRUE(server.ok()) << server.error().message;
         m_server = std::move(server.value());
         m_thread = std::thread([this] { m_server->run(); });
@@ -238,6 +238,59 @@ TEST_F(DaemonTest, MalformedAndHostileRequestsGetAnErrorAndTheDaemonGoesOn)
     std::unique_ptr<Connection> connection = connect();
     ASSERT_TRUE(connection);
     EXPECT_FALSE(call(*connection, MessageType::Status).failure);
+}
+
+TEST_F(DaemonTest, AddRootsRefusesAPathWithANulByteInsteadOfCuttingItShort)
+{
+    startDaemon();
+    std::unique_ptr<Connection> connection = connect();
+    ASSERT_TRUE(connection);
+    // Read up to the NUL, this would index docs, a tree nobody asked for.
+    const std::string path = at("docs") + std::string("\0/etc", 5);
+    for (const MessageType type : {MessageType::AddRoots, MessageType::RemoveRoots}) {
+        Reply refused = call(*connection, type, {path});
+        ASSERT_TRUE(refused.failure);
+        EXPECT_EQ(refused.failure->kind, index::Failure::Kind::InvalidArgument);
+        EXPECT_NE(refused.failure->message.find("docs\\0/etc"), std::string::npos) << refused.failure->message;
+    }
+    Reply status = call(*connection, MessageType::Status);
+    ASSERT_FALSE(status.failure);
+    EXPECT_TRUE(status.status.roots.empty());
+    EXPECT_EQ(status.status.items, 0);
+}
+
+TEST_F(DaemonTest, ARefusedConnectionSaysWhyInsteadOfNoDaemon)
+{
+    // At its limit: the client learns that a daemon runs and is full, and
+    // is not sent to open the index beside it.
+    startDaemon(ServerAdmission{2, std::nullopt});
+    std::unique_ptr<Connection> first = connect();
+    std::unique_ptr<Connection> second = connect();
+    ASSERT_TRUE(first && second);
+    auto third = Connection::open(directory);
+    ASSERT_FALSE(third.ok());
+    EXPECT_FALSE(isNoDaemon(third.error()));
+    EXPECT_EQ(third.error().kind, index::Failure::Kind::Busy);
+    EXPECT_EQ(third.error().message, "the daemon serving " + directory
+                                         + " already has 2 programs connected, as many as it takes; try again when "
+                                           "some have finished");
+    EXPECT_FALSE(call(*first, MessageType::Status).failure) << "those connected are served on";
+    // Once one has gone, another gets in.
+    second.reset();
+    bool admitted = false;
+    for (int attempt = 0; attempt < 1000 && !admitted; ++attempt) {
+        admitted = Connection::open(directory).ok();
+    }
+    EXPECT_TRUE(admitted);
+    stopDaemon();
+
+    // Another user's daemon (here: one that serves some other user).
+    startDaemon(ServerAdmission{256, ::geteuid() + 1});
+    auto foreign = Connection::open(directory);
+    ASSERT_FALSE(foreign.ok());
+    EXPECT_FALSE(isNoDaemon(foreign.error()));
+    EXPECT_EQ(foreign.error().message, "the daemon serving " + directory + " serves only the programs of user "
+                                           + std::to_string(::geteuid() + 1));
 }
 
 TEST_F(DaemonTest, AClientThatVanishesCostsNothing)

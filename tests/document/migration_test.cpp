@@ -402,6 +402,13 @@ TEST_F(MigrationTest, FilesThatCannotBeMigratedAreRefusedAndLeftUntouched)
          Error::kFileReadCorruptError, "isn't a Trovara"},
         {"text", [](const QString& p) { writeAll(p, "not a database\n"); }, Error::kFileReadCorruptError,
          "isn't a Trovara"},
+        // Read as the first model once the old metadata is merged in, and
+        // found damaged: nothing may be written into it on the way.
+        {"from before versioning, with tables the first model lacks", [](const QString& p) {
+             writeOldFile(p, *firstModelDocument(), OldFile::BeforeVersioning);
+             execute(p, "DROP TABLE \"Scope\";");
+         },
+         Error::kFileReadCorruptError, "damaged"},
     };
     for (const trovara::test::BadFile& c : cases) {
         SCOPED_TRACE(c.name);
@@ -417,6 +424,10 @@ TEST_F(MigrationTest, FilesThatCannotBeMigratedAreRefusedAndLeftUntouched)
         Status migrated = migrateDocumentIfNeeded(path, [](const QString&) { return true; });
         ASSERT_FALSE(migrated.ok());
         EXPECT_EQ(migrated.error().code, c.code);
+        // The file refused is the one named, never a backup that is not there.
+        EXPECT_FALSE(migrated.error().description.contains(QStringLiteral("Search.trova~")))
+            << migrated.error().description.toStdString();
+        EXPECT_FALSE(opened.error().description.contains(QStringLiteral("Search.trova~")));
         EXPECT_EQ(migrated.error().domain, QLatin1String(Error::kGenericDomain));
         EXPECT_EQ(readAll(path), before);
         EXPECT_EQ(filesInFolder(), QStringList{QStringLiteral("Search.trova")});

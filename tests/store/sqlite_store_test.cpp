@@ -19,7 +19,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
+#include <fcntl.h>
+#include <mutex>
+#include <thread>
 #include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -269,6 +274,61 @@ TEST_F(SqliteStoreTest, BadFilesAreRefusedWithAClearErrorAndLeftUntouched)
         EXPECT_EQ(readAll(bad), before);
         EXPECT_FALSE(SqliteStore::readMetadata(bad).ok() && c.code != Error::kFileReadCorruptError);
     }
+}
+
+TEST_F(SqliteStoreTest, APipeOrAFolderIsRefusedWithoutWaitingForIt)
+{
+    const QString pipe = folder + QStringLiteral("/pipe.trova");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    const QString directory = folder + QStringLiteral("/d.trova");
+    ASSERT_TRUE(QDir().mkdir(directory));
+    // Should a pipe ever be opened again, a writer comes along after a while
+    // to end the wait, and the checks below tell what went wrong.
+    std::mutex mutex;
+    std::condition_variable done;
+    bool finished = false;
+    std::thread writer([&] {
+        std::unique_lock lock(mutex);
+        if (!done.wait_for(lock, std::chrono::seconds(20), [&] { return finished; })) {
+            const int fd = ::open(QFile::encodeName(pipe).constData(), O_WRONLY | O_NONBLOCK);
+            if (fd >= 0) {
+                ::close(fd);
+            }
+        }
+    });
+    const std::pair<QString, const char*> cases[] = {{pipe, "pipe"}, {directory, "folder"}};
+    for (const auto& [file, reason] : cases) {
+        SCOPED_TRACE(file.toStdString());
+        Result<QVariantMap> metadata = SqliteStore::readMetadata(file);
+        ASSERT_FALSE(metadata.ok());
+        EXPECT_EQ(metadata.error().code, Error::kFileReadError);
+        EXPECT_TRUE(metadata.error().reason.contains(QLatin1String(reason))) << metadata.error().reason.toStdString();
+        Result<std::unique_ptr<ManagedObjectContext>> loaded = SqliteStore::load(file, documentModel());
+        ASSERT_FALSE(loaded.ok());
+        EXPECT_TRUE(loaded.error().reason.contains(QLatin1String(reason))) << loaded.error().reason.toStdString();
+    }
+    {
+        std::lock_guard lock(mutex);
+        finished = true;
+    }
+    done.notify_one();
+    writer.join();
+}
+
+TEST_F(SqliteStoreTest, ReadingADocumentLeftInWalModeLeavesNoLogFilesBeside)
+{
+    ASSERT_TRUE(SqliteStore::save(*richDocument(), path).ok());
+    execute(path, "PRAGMA journal_mode=WAL;");
+    ASSERT_EQ(filesInFolder(), QStringList{QStringLiteral("Search.trova")});
+    const QByteArray before = readAll(path);
+    ASSERT_EQ(before.at(18), 2) << "the file is in WAL mode";
+
+    EXPECT_TRUE(SqliteStore::readMetadata(path).ok());
+    Result<std::unique_ptr<ManagedObjectContext>> loaded = SqliteStore::load(path, documentModel());
+    ASSERT_TRUE(loaded.ok()) << loaded.error().toString().toStdString();
+    EXPECT_EQ(dump(*loaded.value()), dump(*richDocument()));
+    EXPECT_EQ(filesInFolder(), QStringList{QStringLiteral("Search.trova")});
+    EXPECT_EQ(readAll(path), before);
 }
 
 TEST_F(SqliteStoreTest, AFailedSaveLeavesThePreviousFileIntactAndNoTemporaryFiles)

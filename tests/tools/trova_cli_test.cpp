@@ -13,7 +13,10 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdio>
 #include <set>
+#include <sqlite3.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -22,6 +25,16 @@ struct Outcome {
     QByteArray out;
     QByteArray err;
 };
+
+Outcome finished(QProcess& process)
+{
+    EXPECT_TRUE(process.waitForFinished(30000));
+    Outcome run;
+    run.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    return run;
+}
 
 Outcome trova(const QStringList& arguments, const QByteArray& input = {}, const QString& timeZone = QStringLiteral("UTC"))
 {
@@ -32,12 +45,7 @@ Outcome trova(const QStringList& arguments, const QByteArray& input = {}, const 
     process.start(QStringLiteral(TROVA_BINARY), arguments);
     process.write(input);
     process.closeWriteChannel();
-    EXPECT_TRUE(process.waitForFinished(30000));
-    Outcome run;
-    run.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    run.out = process.readAllStandardOutput();
-    run.err = process.readAllStandardError();
-    return run;
+    return finished(process);
 }
 
 QString writeFile(const QString& name, const QByteArray& contents)
@@ -283,6 +291,139 @@ TEST_F(TrovaIndex, ADamagedIndexIsReportedAndRebuilt)
     Outcome rebuilt = run({"index", "rebuild"});
     EXPECT_EQ(rebuilt.status, 0) << rebuilt.err.toStdString();
     EXPECT_EQ(run({"find", "-count", "-name", "report"}).out, QByteArray("3\n"));
+}
+
+TEST_F(TrovaIndex, PunctuationAloneOrUnbalancedParenthesesAreAnErrorNotEverything)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    for (const QString& query : {QStringLiteral("."), QStringLiteral("("), QStringLiteral("*"), QStringLiteral("…"),
+                                 QString(10000, QLatin1Char('('))}) {
+        Outcome refused = run({"find", "-count", query});
+        EXPECT_EQ(refused.status, 1) << query.left(20).toStdString();
+        EXPECT_TRUE(refused.err.startsWith("trova: invalid query: position ")) << refused.err.left(200).toStdString();
+        EXPECT_TRUE(refused.out.isEmpty()) << refused.out.toStdString();
+    }
+    Outcome outOfRange = run({"find", "kMDItemFSSize < 1e999"});
+    EXPECT_EQ(outOfRange.status, 1);
+    EXPECT_TRUE(outOfRange.err.contains("position 17")) << outOfRange.err.toStdString();
+    const QByteArray positive = run({"find", "-count", "kMDItemFSSize > 0"}).out;
+    EXPECT_NE(positive, QByteArray("0\n"));
+    EXPECT_EQ(run({"find", "-count", "kMDItemFSSize > 1e-400"}).out, positive);
+}
+
+TEST_F(TrovaIndex, ALostDatabaseIsBuiltAgainFromTheRootsByRebuild)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    for (const char* suffix : {"", "-wal", "-shm"}) {
+        QFile::remove(index + QStringLiteral("/index.db") + QLatin1String(suffix));
+    }
+    writeFile(QStringLiteral("cli-index/index.db"), {});
+    Outcome refused = run({"find", "-name", "report"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_TRUE(refused.err.contains("trova index rebuild")) << refused.err.toStdString();
+
+    Outcome rebuilt = run({"index", "rebuild"});
+    EXPECT_EQ(rebuilt.status, 0) << rebuilt.err.toStdString();
+    EXPECT_TRUE(rebuilt.err.contains("rebuilt: 4 folders, 4 files")) << rebuilt.err.toStdString();
+    EXPECT_EQ(run({"find", "-count", "-name", "report"}).out, QByteArray("3\n"));
+}
+
+TEST_F(TrovaIndex, ADatabaseDamagedPastItsHeaderIsMovedAsideByUpdateAndBuiltAgain)
+{
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    const QString database = index + QStringLiteral("/index.db");
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(QFile::encodeName(database).constData(), &db), SQLITE_OK);
+    sqlite3_stmt* statement = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT rootpage, (SELECT page_size FROM pragma_page_size) FROM sqlite_master "
+                                     "WHERE name = 'items'", -1, &statement, nullptr), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
+    const qint64 page = sqlite3_column_int64(statement, 0);
+    const qint64 pageSize = sqlite3_column_int64(statement, 1);
+    sqlite3_finalize(statement);
+    ASSERT_EQ(sqlite3_exec(db, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    QFile file(database);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(file.seek((page - 1) * pageSize));
+    file.write(QByteArray(pageSize, 'Z'));
+    file.close();
+
+    Outcome updated = run({"index", "update"});
+    EXPECT_EQ(updated.status, 0) << updated.err.toStdString();
+    EXPECT_TRUE(updated.err.contains("malformed")) << updated.err.toStdString();
+    EXPECT_TRUE(updated.err.contains("moved aside as index.db.broken")) << updated.err.toStdString();
+    EXPECT_TRUE(QFileInfo::exists(database + QStringLiteral(".broken")));
+    EXPECT_EQ(run({"find", "-count", "-name", "report"}).out, QByteArray("3\n"));
+}
+
+TEST_F(TrovaIndex, DocRefusesAPipeOrAFolderWithoutWaitingForIt)
+{
+    const QString pipe = QDir::homePath() + QStringLiteral("/pipe.trova");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    const QString folder = QDir::homePath() + QStringLiteral("/d.trova");
+    ASSERT_TRUE(QDir().mkpath(folder));
+    for (const char* verb : {"show", "run"}) {
+        Outcome piped = run({"doc", verb, pipe});
+        EXPECT_EQ(piped.status, 1) << verb;
+        EXPECT_TRUE(piped.err.contains("pipe")) << piped.err.toStdString();
+        Outcome folderShown = run({"doc", verb, folder});
+        EXPECT_EQ(folderShown.status, 1) << verb;
+        EXPECT_TRUE(folderShown.err.contains("is a folder, not a search document")) << folderShown.err.toStdString();
+        EXPECT_TRUE(folderShown.out.isEmpty()) << folderShown.out.toStdString();
+    }
+    QFile::remove(pipe);
+    QDir(folder).removeRecursively();
+}
+
+TEST_F(TrovaIndex, PathsThatAreNotUtf8ReachTheFileSystemByteForByte)
+{
+    // "café" and "résumé" in Latin-1: bytes no UTF-8 decoder keeps.
+    const QByteArray folder = QFile::encodeName(tree) + "/caf\xe9";
+    const QByteArray file = folder + "/r\xe9sum\xe9.txt";
+    ASSERT_EQ(::mkdir(folder.constData(), 0755), 0);
+    {
+        FILE* raw = std::fopen(file.constData(), "w");
+        ASSERT_TRUE(raw);
+        std::fputs("curriculum\n", raw);
+        std::fclose(raw);
+    }
+    // Arguments as raw bytes, through the shell (printf makes the bytes).
+    const auto rawRun = [&](const QString& script) {
+        QProcess process;
+        process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), script, QStringLiteral("sh"),
+                                                  QStringLiteral(TROVA_BINARY), index, tree});
+        return finished(process);
+    };
+    const QString folderArgument = QStringLiteral(R"sh("$(printf '%s/caf\351' "$3")")sh");
+    const QString fileArgument = QStringLiteral(R"sh("$(printf '%s/caf\351/r\351sum\351.txt' "$3")")sh");
+    const QString trova = QStringLiteral(R"sh("$1" --index "$2" )sh");
+    Outcome added = rawRun(trova + QStringLiteral("index add ") + folderArgument);
+    ASSERT_EQ(added.status, 0) << added.err.toStdString();
+    Outcome found = rawRun(trova + QStringLiteral("find -onlyin ") + folderArgument + QStringLiteral(" -name sum"));
+    EXPECT_EQ(found.status, 0) << found.err.toStdString();
+    EXPECT_EQ(found.out, file + "\n");
+    Outcome listed = rawRun(trova + QStringLiteral("ls ") + fileArgument);
+    EXPECT_EQ(listed.status, 0) << listed.err.toStdString();
+    EXPECT_TRUE(listed.out.contains("kMDItemFSSize") && listed.out.contains(" = 11\n")) << listed.out.toStdString();
+    Outcome imported = rawRun(trova + QStringLiteral("import ") + fileArgument);
+    EXPECT_EQ(imported.status, 0) << imported.err.toStdString();
+    EXPECT_TRUE(imported.out.contains("curriculum")) << imported.out.toStdString();
+    Outcome removed = rawRun(trova + QStringLiteral("index remove ") + folderArgument);
+    EXPECT_EQ(removed.status, 0) << removed.err.toStdString();
+}
+
+TEST_F(TrovaIndex, PlainWordsLookInContentsInFoldersOutsideTheIndexToo)
+{
+    // Nothing indexed: the folder is crawled, and its files read.
+    Outcome words = run({"find", "-onlyin", tree, "quarterly"});
+    EXPECT_EQ(words.status, 0) << words.err.toStdString();
+    EXPECT_EQ(lines(words.out), QStringList{tree + "/Documents/Report 2024.txt"});
+    Outcome content = run({"find", "-onlyin", tree, R"(kMDItemTextContent == "figure*"cd)"});
+    EXPECT_EQ(lines(content.out), QStringList{tree + "/Documents/Report 2024.txt"});
+    // The same as the index answers.
+    ASSERT_EQ(run({"index", "add", tree}).status, 0);
+    EXPECT_EQ(lines(run({"find", "quarterly"}).out), lines(words.out));
 }
 
 TEST_F(TrovaIndex, LsShowsEveryAttributeOfIndexedAndOtherFiles)

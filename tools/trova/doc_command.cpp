@@ -196,8 +196,22 @@ void askBeforeReplacingBackups(document::DocumentController& documents)
     });
 }
 
+// The document controller opens a folder as a new search of it (as a
+// window does with a folder dropped on it); here a document is wanted.
+bool isFolder(const QString& path)
+{
+    if (!QFileInfo(path).isDir()) {
+        return false;
+    }
+    printError(QStringLiteral("%1: is a folder, not a search document").arg(path));
+    return true;
+}
+
 int showDocument(const QString& path)
 {
+    if (isFolder(path)) {
+        return 1;
+    }
     index::NoIndexSource source;
     document::DocumentController documents(source);
     askBeforeReplacingBackups(documents);
@@ -273,6 +287,9 @@ int showDocument(const QString& path)
 
 int runDocument(const GlobalOptions& global, const QString& path)
 {
+    if (isFolder(path)) {
+        return 1;
+    }
     std::unique_ptr<index::QuerySource> source = openLiveSource(global);
     if (!source) {
         return 1;

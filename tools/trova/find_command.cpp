@@ -4,6 +4,7 @@
 #include "live_source.h"
 #include "services.h"
 
+#include "common/paths.h"
 #include "index/crawl_search.h"
 #include "index/fs/mounts.h"
 #include "index/query/find_query.h"
@@ -88,7 +89,7 @@ int findCommand(const GlobalOptions& global, const QStringList& arguments)
                 printError(QStringLiteral("%1 needs a value").arg(argument));
                 return 2;
             }
-            const std::string value = arguments[++i].toStdString();
+            const std::string value = localBytes(arguments[++i]);
             if (argument == QLatin1String("-onlyin")) {
                 options.scopes.push_back(value);
             } else {
@@ -115,7 +116,7 @@ int findCommand(const GlobalOptions& global, const QStringList& arguments)
             words << argument;
         }
     }
-    options.query = words.join(QLatin1Char(' ')).toStdString();
+    options.query = localBytes(words.join(QLatin1Char(' ')));
     index::Expected<index::query::FindQuery> text =
         index::query::findQuery(options.query, options.name, options.interpret);
     if (!text) {

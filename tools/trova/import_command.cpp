@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "services.h"
 
+#include "common/paths.h"
 #include "index/fs/file_details.h"
 #include "index/import/helper_importer.h"
 
@@ -104,11 +105,11 @@ int importCommand(const GlobalOptions&, const QStringList& arguments)
             std::putchar('\n');
         }
         if (arguments.size() > 1) {
-            std::printf("%s:\n", argument.toLocal8Bit().constData());
+            std::printf("%s:\n", localBytes(argument).c_str());
         }
         first = false;
         std::fflush(stdout);
-        status = std::max(status, importFile(*services.importer, *importers, argument.toStdString()));
+        status = std::max(status, importFile(*services.importer, *importers, localBytes(argument)));
         std::fflush(stdout);
     }
     return status;

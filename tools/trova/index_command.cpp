@@ -3,6 +3,7 @@
 #include "daemon_link.h"
 #include "services.h"
 
+#include "common/paths.h"
 #include "index/index.h"
 
 #include <QDateTime>
@@ -258,7 +259,7 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
     const QString verb = arguments.front();
     std::vector<std::string> folders;
     for (const QString& argument : arguments.mid(1)) {
-        folders.push_back(argument.toStdString());
+        folders.push_back(localBytes(argument));
     }
     const bool needsFolders = verb == QLatin1String("add") || verb == QLatin1String("remove");
     const bool known = needsFolders || verb == QLatin1String("update") || verb == QLatin1String("rebuild")
@@ -304,6 +305,10 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
     options.cancel = &g_interrupted;
     options.progress = [&](const index::UpdateProgress& p) { progress.show(p); };
     options.importProgress = [&](const index::ImportProgress& p) { progress.showImport(p); };
+    options.notice = [&](const std::string& notice) {
+        progress.clear();
+        printError(QString::fromStdString(notice));
+    };
     index::Expected<index::UpdateReport> report = verb == QLatin1String("add")      ? index.addRoots(folders, options)
                                                   : verb == QLatin1String("update") ? index.update(options)
                                                                                     : index.rebuild(options);

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "services.h"
 
+#include "common/paths.h"
 #include "index/item_attributes.h"
 
 #include <QDateTime>
@@ -150,7 +151,7 @@ int lsCommand(const GlobalOptions& global, const QStringList& arguments)
     int status = 0;
     bool first = true;
     for (const QString& argument : arguments) {
-        const std::string given = argument.toStdString();
+        const std::string given = localBytes(argument);
         index::Expected<index::FileRecord> record = index::readFileRecord(given);
         if (!record) {
             printError(QString::fromStdString(record.error().message));

@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "common/error_presenter.h"
+#include "common/paths.h"
 #include "index/index.h"
 
 #include <QCoreApplication>
@@ -68,15 +69,21 @@ int main(int argc, char* argv[])
 
     trovara::setErrorPresenter([](const trovara::Error& error) { trovara::cli::printError(error.toString()); });
 
-    QStringList arguments = QCoreApplication::arguments().mid(1);
+    // Straight from argv: a path that is not UTF-8 must reach the file system
+    // byte for byte (see trovara::localBytes), which the locale's decoding of
+    // QCoreApplication::arguments() does not allow.
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i) {
+        arguments << trovara::fromLocalBytes(argv[i]);
+    }
     trovara::cli::GlobalOptions global;
     global.indexDirectory = trovara::index::Index::defaultDirectory();
     while (!arguments.isEmpty() && arguments.front().startsWith(QLatin1String("--index"))) {
         const QString option = arguments.takeFirst();
         if (option.startsWith(QLatin1String("--index="))) {
-            global.indexDirectory = option.mid(8).toStdString();
+            global.indexDirectory = trovara::localBytes(option.mid(8));
         } else if (option == QLatin1String("--index") && !arguments.isEmpty()) {
-            global.indexDirectory = arguments.takeFirst().toStdString();
+            global.indexDirectory = trovara::localBytes(arguments.takeFirst());
         } else {
             trovara::cli::printError(QStringLiteral("--index needs a folder"));
             return 2;

@@ -5,6 +5,7 @@
 #include "interrupt.h"
 #include "live_source.h"
 
+#include "common/paths.h"
 #include "index/query/find_query.h"
 #include "model/document_model.h"
 #include "model/ordered_column_attribute.h"
@@ -186,7 +187,7 @@ int searchCommand(const GlobalOptions& global, const QStringList& arguments)
     }
     if (options.scopes.isEmpty()) {
         for (const std::string& root : source->indexedRoots()) {
-            options.scopes << QString::fromStdString(root);
+            options.scopes << fromLocalBytes(root);
         }
     }
     if (options.scopes.isEmpty()) {

@@ -1,10 +1,9 @@
 #include "index/query/evaluator.h"
 
-#include "index/query/ascii.h"
 #include "index/query/glob.h"
-#include "index/query/number_text.h"
 #include "index/query/parser.h"
 #include "index/query/time_value.h"
+#include "index/query/typed_value.h"
 #include "index/text/folding.h"
 #include "index/text/word_splitter.h"
 
@@ -15,35 +14,6 @@
 namespace trovara::index::query {
 
 namespace {
-
-std::optional<double> booleanWord(std::string_view text)
-{
-    if (ascii::equalsIgnoringCase(text, "true") || ascii::equalsIgnoringCase(text, "yes")) {
-        return 1.0;
-    }
-    if (ascii::equalsIgnoringCase(text, "false") || ascii::equalsIgnoringCase(text, "no")) {
-        return 0.0;
-    }
-    return std::nullopt;
-}
-
-// A text as a value of a numeric type: a number for every type; for dates
-// also an ISO 8601 date; for Booleans also true/false/yes/no.
-std::optional<double> textAsNumber(std::string_view text, ValueType type)
-{
-    if (const auto number = parseNumber(text)) {
-        return number;
-    }
-    if (type == ValueType::Date) {
-        if (const auto iso = parseIsoDateTime(text)) {
-            return isoToReference(*iso);
-        }
-    }
-    if (type == ValueType::Boolean) {
-        return booleanWord(text);
-    }
-    return std::nullopt;
-}
 
 std::string numberAsText(double number)
 {
@@ -681,7 +651,7 @@ std::optional<TextContentHint> ComparisonMatcher::textContentHint() const
 Expected<bool> matchesQuery(std::string_view query, const ItemView& item, const QueryStart& start,
                             const Schema& schema)
 {
-    auto parsed = parseQuery(query);
+    auto parsed = parseQuery(query, schema);
     if (!parsed) {
         return parsed.error();
     }

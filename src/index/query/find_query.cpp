@@ -2,6 +2,11 @@
 
 #include "index/query/ascii.h"
 #include "index/query/parser.h"
+#include "index/text/utf8.h"
+#include "index/text/word_splitter.h"
+
+#include <utility>
+#include <vector>
 
 namespace trovara::index::query {
 
@@ -33,6 +38,101 @@ bool looksLikeExpression(std::string_view input)
     return false;
 }
 
+// "position N", N the 1-based character position of a byte offset.
+std::string positionOf(std::string_view input, std::size_t byteOffset)
+{
+    return "position " + std::to_string(text::codePointCount(input, byteOffset) + 1);
+}
+
+Failure invalidAt(std::string_view input, std::size_t byteOffset, const std::string& message)
+{
+    return Failure{Failure::Kind::InvalidQuery, positionOf(input, byteOffset) + ": " + message};
+}
+
+// Plain words search for what they spell, so their parentheses must pair
+// up: "report (final" is a mistake to point at, not a word to look for.
+Expected<void> checkParentheses(std::string_view input)
+{
+    std::vector<std::size_t> open;
+    for (std::size_t i = 0; i < input.size(); ++i) {
+        if (input[i] == '(') {
+            open.push_back(i);
+        } else if (input[i] == ')') {
+            if (open.empty()) {
+                return invalidAt(input, i, "found \")\" without a \"(\" before it");
+            }
+            open.pop_back();
+        }
+    }
+    if (!open.empty()) {
+        return invalidAt(input, input.size(), "expected \")\" to close the \"(\" at " + positionOf(input, open.back()));
+    }
+    return {};
+}
+
+bool hasWordCharacter(std::string_view word)
+{
+    std::size_t i = 0;
+    while (i < word.size()) {
+        if (text::isWordCharacter(text::decodeUtf8(word, i))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// How a word is named in a message: as typed when it is valid UTF-8.
+std::string describeWord(std::string_view word)
+{
+    std::size_t i = 0;
+    while (i < word.size()) {
+        if (text::decodeUtf8(word, i) == text::kInvalidCodePoint) {
+            return "a word that is not valid UTF-8";
+        }
+    }
+    return "\"" + std::string(word) + "\"";
+}
+
+// The blank-separated words of `input`, each with its byte offset.
+std::vector<std::pair<std::size_t, std::string_view>> wordsOf(std::string_view input)
+{
+    std::vector<std::pair<std::size_t, std::string_view>> words;
+    std::size_t i = 0;
+    while (i < input.size()) {
+        while (i < input.size() && ascii::isBlank(input[i])) {
+            ++i;
+        }
+        const std::size_t start = i;
+        while (i < input.size() && !ascii::isBlank(input[i])) {
+            ++i;
+        }
+        if (i > start) {
+            words.emplace_back(start, input.substr(start, i - start));
+        }
+    }
+    return words;
+}
+
+// The words of `input` that name something to search for. A word of
+// punctuation alone ("-", ".", "…") has no word to match: it is left out
+// beside real words, and when nothing else is there it is an error, since
+// searching for it would match everything.
+Expected<std::string> searchableWords(std::string_view input)
+{
+    const auto words = wordsOf(input);
+    std::string searchable;
+    for (const auto& [start, word] : words) {
+        if (hasWordCharacter(word)) {
+            searchable += std::string(searchable.empty() ? "" : " ") + std::string(word);
+        }
+    }
+    if (searchable.empty() && !words.empty()) {
+        const auto& [start, word] = words.front();
+        return invalidAt(input, start, "expected a word with a letter or digit, found " + describeWord(word));
+    }
+    return searchable;
+}
+
 }  // namespace
 
 std::string escaped(std::string_view text)
@@ -50,19 +150,8 @@ std::string escaped(std::string_view text)
 std::string interpretWords(std::string_view words)
 {
     std::string query;
-    std::size_t i = 0;
-    while (i < words.size()) {
-        while (i < words.size() && ascii::isBlank(words[i])) {
-            ++i;
-        }
-        const std::size_t start = i;
-        while (i < words.size() && !ascii::isBlank(words[i])) {
-            ++i;
-        }
-        if (i == start) {
-            break;
-        }
-        const std::string pattern = escaped(words.substr(start, i - start)) + "*";
+    for (const auto& [start, word] : wordsOf(words)) {
+        const std::string pattern = escaped(word) + "*";
         if (!query.empty()) {
             query += " && ";
         }
@@ -94,7 +183,16 @@ Expected<FindQuery> findQuery(std::string_view query, const std::optional<std::s
         }
         return Failure{Failure::Kind::InvalidQuery, "the query compares nothing"};
     } else {
-        result.text = interpretWords(query);
+        if (!interpret) {
+            if (auto paired = checkParentheses(query); !paired) {
+                return paired.error();
+            }
+        }
+        Expected<std::string> words = searchableWords(query);
+        if (!words) {
+            return words.error();
+        }
+        result.text = interpretWords(*words);
         result.interpreted = true;
     }
     if (name) {

@@ -44,6 +44,43 @@ std::size_t scanNumber(std::string_view text)
     return i;
 }
 
+namespace {
+
+// Whether a number whose digits and exponent are in `text` (no sign) is too
+// small rather than too large for a double: its first significant digit
+// stands behind the decimal point once the exponent is applied.
+bool underflows(std::string_view text)
+{
+    long long leading = 0;  // the decimal exponent of the first significant digit, plus one
+    bool seenPoint = false;
+    bool seenDigit = false;
+    std::size_t i = 0;
+    for (; i < text.size() && text[i] != 'e' && text[i] != 'E'; ++i) {
+        if (text[i] == '.') {
+            seenPoint = true;
+        } else if (!seenDigit && text[i] == '0') {
+            leading -= seenPoint ? 1 : 0;
+        } else if (!seenDigit) {
+            seenDigit = true;
+            leading += seenPoint ? 0 : 1;
+        } else if (!seenPoint) {
+            ++leading;
+        }
+    }
+    long long exponent = 0;
+    bool negative = false;
+    for (++i; i < text.size(); ++i) {
+        if (text[i] == '-') {
+            negative = true;
+        } else if (ascii::isDigit(text[i]) && exponent < 1000000000) {
+            exponent = exponent * 10 + (text[i] - '0');
+        }
+    }
+    return leading + (negative ? -exponent : exponent) <= 0;
+}
+
+}  // namespace
+
 std::optional<double> parseNumber(std::string_view text)
 {
     while (!text.empty() && ascii::isBlank(text.front())) {
@@ -63,7 +100,12 @@ std::optional<double> parseNumber(std::string_view text)
     }
     double value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (result.ec != std::errc() || result.ptr != text.data() + text.size() || !std::isfinite(value)) {
+    if (result.ptr != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    if (result.ec == std::errc::result_out_of_range && underflows(text)) {
+        value = 0;  // 1e-400 is as near nothing as a double can tell
+    } else if (result.ec != std::errc() || !std::isfinite(value)) {
         return std::nullopt;
     }
     return negative ? -value : value;

@@ -14,7 +14,8 @@ namespace trovara::index::query {
 std::size_t scanNumber(std::string_view text);
 
 // The value of `text` when all of it (ASCII blanks around it aside) is a
-// number; none otherwise, or when the value overflows a double.
+// number; none otherwise, or when the value overflows a double. A value too
+// small for a double is 0 (with its sign).
 std::optional<double> parseNumber(std::string_view text);
 
 }  // namespace trovara::index::query

@@ -2,6 +2,8 @@
 
 #include "index/query/ascii.h"
 #include "index/query/lexer.h"
+#include "index/query/number_text.h"
+#include "index/query/typed_value.h"
 
 #include <optional>
 #include <string>
@@ -35,14 +37,15 @@ std::string describe(const Token& token)
 
 class Parser {
 public:
-    explicit Parser(std::string_view text)
+    Parser(std::string_view text, const Schema& schema)
         : m_lexer(text)
+        , m_schema(schema)
     {
     }
 
     Expected<Query> parse()
     {
-        Node root = parseOr("");
+        std::optional<Node> root = parseOr("");
         if (!m_error) {
             const Token token = m_lexer.next(Mode::Expression);
             if (token.kind != TokenKind::End) {
@@ -52,7 +55,8 @@ public:
         if (m_error) {
             return Failure{Failure::Kind::InvalidQuery, *m_error};
         }
-        return Query{std::move(root)};
+        // A query of nothing but empty groups asks for nothing: every item.
+        return Query{root ? std::move(*root) : Node{}};
     }
 
 private:
@@ -91,73 +95,85 @@ private:
         return true;
     }
 
-    // `after` names what came before, for the message when no expression
-    // follows ("" at the start of the query).
-    Node parseOr(const std::string& after)
+    // The parse functions answer none for an empty group, "()": it says
+    // nothing, like an empty criterion, so the group around it leaves it
+    // out and "!" of it is empty too. `after` names what came before, for
+    // the message when no expression follows ("" at the start).
+    std::optional<Node> parseOr(const std::string& after)
     {
-        Node first = parseAnd(after);
-        if (m_error || m_lexer.peek(Mode::Expression).kind != TokenKind::Or) {
-            return first;
-        }
+        return parseJoined(after, TokenKind::Or, Node::Kind::Or, "\"||\"");
+    }
+
+    std::optional<Node> parseAnd(const std::string& after)
+    {
+        return parseJoined(after, TokenKind::And, Node::Kind::And, "\"&&\"");
+    }
+
+    std::optional<Node> parseJoined(const std::string& after, TokenKind joiner, Node::Kind kind,
+                                    const std::string& joinerText)
+    {
         Node node;
-        node.kind = Node::Kind::Or;
-        node.children.push_back(std::move(first));
-        while (!m_error && m_lexer.peek(Mode::Expression).kind == TokenKind::Or) {
+        node.kind = kind;
+        const auto operand = [&](const std::string& before) {
+            std::optional<Node> child = kind == Node::Kind::Or ? parseAnd(before) : parseUnary(before);
+            if (child) {
+                node.children.push_back(std::move(*child));
+            }
+        };
+        operand(after);
+        while (!m_error && m_lexer.peek(Mode::Expression).kind == joiner) {
             m_lexer.next(Mode::Expression);
-            node.children.push_back(parseAnd("\"||\""));
+            operand(joinerText);
+        }
+        if (node.children.size() <= 1) {
+            return node.children.empty() ? std::nullopt : std::optional<Node>(std::move(node.children.front()));
         }
         return node;
     }
 
-    Node parseAnd(const std::string& after)
-    {
-        Node first = parseUnary(after);
-        if (m_error || m_lexer.peek(Mode::Expression).kind != TokenKind::And) {
-            return first;
-        }
-        Node node;
-        node.kind = Node::Kind::And;
-        node.children.push_back(std::move(first));
-        while (!m_error && m_lexer.peek(Mode::Expression).kind == TokenKind::And) {
-            m_lexer.next(Mode::Expression);
-            node.children.push_back(parseUnary("\"&&\""));
-        }
-        return node;
-    }
-
-    Node parseUnary(const std::string& after)
+    std::optional<Node> parseUnary(const std::string& after)
     {
         const Token token = m_lexer.peek(Mode::Expression);
         if (token.kind != TokenKind::Not) {
             return parsePrimary(after);
         }
         m_lexer.next(Mode::Expression);
+        if (!enter(token)) {
+            return std::nullopt;
+        }
+        std::optional<Node> operand = parseUnary("\"!\"");
+        --m_depth;
+        if (!operand) {
+            return std::nullopt;
+        }
         Node node;
         node.kind = Node::Kind::Not;
-        if (!enter(token)) {
-            return node;
-        }
-        node.children.push_back(parseUnary("\"!\""));
-        --m_depth;
+        node.children.push_back(std::move(*operand));
         return node;
     }
 
-    Node parsePrimary(const std::string& after)
+    std::optional<Node> parsePrimary(const std::string& after)
     {
         const std::string expected = after.empty() ? "an expression" : "an expression after " + after;
         const Token token = m_lexer.next(Mode::Expression);
         switch (token.kind) {
         case TokenKind::LeftParen: {
             if (!enter(token)) {
-                return {};
+                return std::nullopt;
             }
-            Node inner = parseOr("\"(\"");
-            if (m_error) {
-                return inner;
-            }
-            const Token close = m_lexer.next(Mode::Expression);
-            if (close.kind != TokenKind::RightParen) {
-                fail(close, "\")\" to close the \"(\" at position " + std::to_string(m_lexer.position(token.offset)));
+            std::optional<Node> inner;
+            if (m_lexer.peek(Mode::Expression).kind == TokenKind::RightParen) {
+                m_lexer.next(Mode::Expression);  // "()"
+            } else {
+                inner = parseOr("\"(\"");
+                if (m_error) {
+                    return inner;
+                }
+                const Token close = m_lexer.next(Mode::Expression);
+                if (close.kind != TokenKind::RightParen) {
+                    fail(close,
+                         "\")\" to close the \"(\" at position " + std::to_string(m_lexer.position(token.offset)));
+                }
             }
             --m_depth;
             return inner;
@@ -180,7 +196,7 @@ private:
         }
         default:
             fail(token, expected);
-            return {};
+            return std::nullopt;
         }
     }
 
@@ -215,6 +231,10 @@ private:
         if (value->kind == Value::Kind::Null && op.comparison != Comparison::Equal
             && op.comparison != Comparison::NotEqual) {
             failAt(op.offset, "\"==\" or \"!=\" before null, found " + quoted(op.spelling));
+            return node;
+        }
+        const bool equality = op.comparison == Comparison::Equal || op.comparison == Comparison::NotEqual;
+        if (!checkType(node.attribute, *value, equality)) {
             return node;
         }
         value->modifiers.caseInsensitive |= op.modifiers.caseInsensitive;
@@ -261,6 +281,9 @@ private:
                                "a value other than null as the " + std::string(bound) + " bound of InRange");
                 return node;
             }
+            if (!checkType(node.attribute, *value, false)) {
+                return node;
+            }
             node.values.push_back(std::move(*value));
         }
         const Token close = m_lexer.next(Mode::Expression);
@@ -270,16 +293,47 @@ private:
         return node;
     }
 
+    // A text compared with a number, date or Boolean attribute must read as
+    // one: "0x10", "NaN" or "1e999" for a size would silently match nothing.
+    // == "*" (presence) is the exception. Attributes the schema does not
+    // know compare as text and take anything.
+    bool checkType(const AttributeRef& attribute, const Value& value, bool equality)
+    {
+        if (attribute.kind != AttributeRef::Kind::Named || value.kind != Value::Kind::Text) {
+            return true;
+        }
+        const AttributeInfo* info = m_schema.find(attribute.name);
+        if (!info || info->type == ValueType::String || textAsNumber(value.text, info->type)) {
+            return true;
+        }
+        if (equality && !value.pattern.empty() && value.pattern.find_first_not_of('*') == std::string::npos) {
+            return true;
+        }
+        std::string_view text = value.text;
+        while (!text.empty() && ascii::isBlank(text.front())) {
+            text.remove_prefix(1);
+        }
+        while (!text.empty() && ascii::isBlank(text.back())) {
+            text.remove_suffix(1);
+        }
+        const bool tooLarge = !text.empty() && scanNumber(text) == text.size();
+        failAtPosition(value.position, (tooLarge ? std::string("a number within a double's range (about ±1.8e308)")
+                                                 : valueFormsOf(info->type))
+                                           + " for " + attribute.name + ", found " + quoted(value.text));
+        return false;
+    }
+
     Lexer m_lexer;
+    const Schema& m_schema;
     std::size_t m_depth = 0;
     std::optional<std::string> m_error;
 };
 
 }  // namespace
 
-Expected<Query> parseQuery(std::string_view text)
+Expected<Query> parseQuery(std::string_view text, const Schema& schema)
 {
-    return Parser(text).parse();
+    return Parser(text, schema).parse();
 }
 
 }  // namespace trovara::index::query

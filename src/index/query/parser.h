@@ -15,6 +15,10 @@
 // A name followed by an operator is always an attribute, so attributes
 // called "true" or "InRange" still work.
 //
+// An empty group, "()", says nothing: the group around it leaves it out, as
+// the criteria tree leaves out an empty row ("! ( )" is empty too); a query
+// of nothing else matches every item.
+//
 // A query that does not parse is rejected whole: the Failure (kind
 // InvalidQuery) reads "position N: expected …", N being the 1-based
 // character (code point) position in the text. Nesting of parentheses and
@@ -26,6 +30,7 @@
 
 #include "index/expected.h"
 #include "index/query/ast.h"
+#include "index/schema.h"
 
 #include <cstddef>
 #include <string_view>
@@ -34,6 +39,8 @@ namespace trovara::index::query {
 
 inline constexpr std::size_t kMaxQueryDepth = 100;
 
-Expected<Query> parseQuery(std::string_view text);
+// Text values compared with a number, date or Boolean attribute of
+// `schema` must read as such a value.
+Expected<Query> parseQuery(std::string_view text, const Schema& schema = Schema::builtin());
 
 }  // namespace trovara::index::query

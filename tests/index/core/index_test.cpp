@@ -6,7 +6,9 @@
 #include "index/index.h"
 #include "index/query/parser.h"
 #include "index/search.h"
+#include "index/query/find_query.h"
 #include "index/text/folding.h"
+#include "live_test_support.h"
 #include "test_support.h"
 
 #include <QDir>
@@ -17,6 +19,7 @@
 
 #include <fstream>
 #include <set>
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utime.h>
@@ -260,6 +263,74 @@ TEST_F(IndexTest, ADamagedDatabaseIsRebuiltFromItsRoots)
     EXPECT_EQ(indexedPaths(), findOutput({QString::fromStdString(tree)}));
 }
 
+TEST_F(IndexTest, ALostDatabaseIsBuiltAgainFromTheRootsFile)
+{
+    const std::set<std::string> everything = findOutput({QString::fromStdString(tree)});
+    for (const bool deleted : {true, false}) {
+        SCOPED_TRACE(deleted ? "deleted" : "emptied");
+        open()->addRoots({tree}, {}).value();
+        for (const char* suffix : {"", "-wal", "-shm"}) {
+            ::unlink((directory + "/index.db" + suffix).c_str());
+        }
+        if (!deleted) {
+            write(directory + "/index.db", "");
+        }
+        std::vector<std::string> notices;
+        auto index = open(&notices);
+        ASSERT_TRUE(index);
+        ASSERT_EQ(notices.size(), 1u);
+        EXPECT_NE(notices[0].find("missing or empty"), std::string::npos) << notices[0];
+        ASSERT_EQ(index->status()->roots.size(), 1u) << "the roots file keeps the roots";
+        // Rebuilding, as the message about an empty database recommends,
+        // crawls them again too.
+        Expected<UpdateReport> rebuilt = index->rebuild({});
+        ASSERT_TRUE(rebuilt.ok()) << rebuilt.error().message;
+        EXPECT_EQ(rebuilt->crawl.folders + rebuilt->crawl.files, everything.size());
+        EXPECT_EQ(indexedPaths(), everything);
+    }
+}
+
+TEST_F(IndexTest, DamageFoundWhileUpdatingMovesTheDatabaseAsideAndBuildsItAgain)
+{
+    open()->addRoots({tree}, {}).value();
+    // Damage that the header does not show: the items' table, past page one.
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open((directory + "/index.db").c_str(), &db), SQLITE_OK);
+    const auto number = [&](const char* sql) {
+        sqlite3_stmt* statement = nullptr;
+        EXPECT_EQ(sqlite3_prepare_v2(db, sql, -1, &statement, nullptr), SQLITE_OK);
+        EXPECT_EQ(sqlite3_step(statement), SQLITE_ROW);
+        const std::int64_t value = sqlite3_column_int64(statement, 0);
+        sqlite3_finalize(statement);
+        return value;
+    };
+    const std::int64_t page = number("SELECT rootpage FROM sqlite_master WHERE name = 'items'");
+    const std::int64_t pageSize = number("PRAGMA page_size");
+    ASSERT_EQ(sqlite3_exec(db, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    ASSERT_GT(page, 1);
+    {
+        std::fstream file(directory + "/index.db", std::ios::binary | std::ios::in | std::ios::out);
+        file.seekp(static_cast<std::streamoff>((page - 1) * pageSize));
+        file << std::string(static_cast<std::size_t>(pageSize), '\x5a');
+    }
+
+    std::vector<std::string> notices;
+    auto index = open(&notices);
+    ASSERT_TRUE(index);
+    EXPECT_TRUE(notices.empty()) << "the header is sound";
+    Index::Options options;
+    options.notice = [&](const std::string& notice) { notices.push_back(notice); };
+    Expected<UpdateReport> updated = index->update(options);
+    ASSERT_TRUE(updated.ok()) << updated.error().message;
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_NE(notices[0].find("malformed"), std::string::npos) << notices[0];
+    EXPECT_NE(notices[0].find("moved aside as index.db.broken"), std::string::npos) << notices[0];
+    struct stat st {};
+    EXPECT_EQ(::stat((directory + "/index.db.broken").c_str(), &st), 0);
+    EXPECT_EQ(indexedPaths(), findOutput({QString::fromStdString(tree)}));
+}
+
 TEST_F(IndexTest, AStaleOrDamagedCatalogueIsBuiltAgain)
 {
     auto index = open();
@@ -301,6 +372,40 @@ TEST_F(IndexTest, FoldersOutsideTheIndexAreSearchedByCrawling)
                          [&](const std::string& path) { crawledPaths.insert(path); })
             .value();
         EXPECT_EQ(crawledPaths, search(text)) << text;
+    }
+}
+
+TEST_F(IndexTest, ACrawlOutsideTheIndexLooksInContentsAsTheIndexDoes)
+{
+    write(tree + "/Documents/log.txt", "the harbour at dawn\n");
+    write(tree + "/Documents/harbour.txt", "a name only\n");
+    IndexServices withImporter = services();
+    auto importer = std::make_shared<test::TextFileImporter>();
+    withImporter.importer = importer;
+    const auto crawled = [&](const std::string& text) {
+        std::set<std::string> found;
+        searchByCrawling(tree, query::parseQuery(text).value(), query::QueryStart::now(), withImporter,
+                         [&](const std::string& path) { found.insert(path); })
+            .value();
+        return found;
+    };
+    const std::string log = tree + "/Documents/log.txt";
+    const std::string name = tree + "/Documents/harbour.txt";
+    const std::string words = query::interpretWords("harbour");  // what trova find harbour asks
+    EXPECT_EQ(crawled(words), (std::set<std::string>{log, name}));
+    EXPECT_EQ(crawled(R"(kMDItemTextContent == "dawn"cd)"), std::set<std::string>{log});
+    EXPECT_EQ(crawled(R"(kMDItemFSName == "*.txt" && !(kMDItemTextContent == "harbour"cd))").count(log), 0u);
+    const int imports = importer->imports.load();
+    EXPECT_GT(imports, 0);
+    EXPECT_TRUE(crawled(R"(kMDItemFSName == "log*")").count(log));
+    EXPECT_EQ(importer->imports.load(), imports) << "a query of names imports nothing";
+
+    // The same answers as the index gives, having imported the same files.
+    auto index = Index::openForWriting(directory, withImporter, false).value();
+    index->addRoots({tree}, {}).value();
+    for (const std::string& text : {words, std::string(R"(kMDItemTextContent == "*arbou*"cd)"),
+                                    std::string(R"(** == "dawn*"cdw)")}) {
+        EXPECT_EQ(crawled(text), search(text.c_str())) << text;
     }
 }
 

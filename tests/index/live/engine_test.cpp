@@ -15,33 +15,6 @@ namespace {
 
 using test::writeFile;
 
-// Imports plain text in the test's own process: the file's bytes are its
-// text content.
-class TextFileImporter final : public ContentImporter {
-public:
-    Expected<std::vector<ImporterInfo>> importers() override
-    {
-        return std::vector<ImporterInfo>{{"text", "1", "", {"public.plain-text"}}};
-    }
-    Expected<void> importFiles(std::vector<ImportJob> jobs,
-                               const std::function<void(const ImportJob&, ImportOutcome&&)>& done,
-                               const std::atomic<bool>*) override
-    {
-        for (const ImportJob& job : jobs) {
-            std::ifstream in(job.path, std::ios::binary);
-            std::stringstream text;
-            text << in.rdbuf();
-            ImportOutcome outcome;
-            outcome.imported = true;
-            outcome.text = text.str();
-            ++imports;
-            done(job, std::move(outcome));
-        }
-        return {};
-    }
-    std::atomic<int> imports = 0;
-};
-
 class EngineTest : public test::LiveTreeTest {
 protected:
     EngineTest()
@@ -132,7 +105,7 @@ TEST_F(EngineTest, WhatHappensOnDiskReachesALiveQuery)
 TEST_F(EngineTest, AContentChangeIsImportedAgainAndSearchedByItsNewWords)
 {
     IndexServices services = test::liveServices();
-    auto importer = std::make_shared<TextFileImporter>();
+    auto importer = std::make_shared<test::TextFileImporter>();
     services.importer = importer;
     writeFile(at("docs/report.txt"), "quarterly figures\n");
     EngineOptions options = quickOptions();

@@ -14,11 +14,40 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <atomic>
 #include <fstream>
 #include <set>
+#include <sstream>
 #include <string>
 
 namespace trovara::test {
+
+// Imports plain text in the test's own process: the file's bytes are its
+// text content.
+class TextFileImporter final : public index::ContentImporter {
+public:
+    index::Expected<std::vector<index::ImporterInfo>> importers() override
+    {
+        return std::vector<index::ImporterInfo>{{"text", "1", "", {"public.plain-text"}}};
+    }
+    index::Expected<void> importFiles(std::vector<index::ImportJob> jobs,
+                                      const std::function<void(const index::ImportJob&, index::ImportOutcome&&)>& done,
+                                      const std::atomic<bool>*) override
+    {
+        for (const index::ImportJob& job : jobs) {
+            std::ifstream in(job.path, std::ios::binary);
+            std::stringstream text;
+            text << in.rdbuf();
+            index::ImportOutcome outcome;
+            outcome.imported = true;
+            outcome.text = text.str();
+            ++imports;
+            done(job, std::move(outcome));
+        }
+        return {};
+    }
+    std::atomic<int> imports = 0;
+};
 
 inline index::IndexServices liveServices()
 {

@@ -355,14 +355,9 @@ TEST(Numbers, QuotedAndBareValuesCompareNumerically)
     EXPECT_TRUE(matches("kMDItemFSSize <= -1.5", MemoryItem{{"kMDItemFSSize", -2}}));
     EXPECT_TRUE(matches("kMDItemFSLabel = '0'", MemoryItem{{"kMDItemFSLabel", 0}}));
     EXPECT_TRUE(matches("kMDItemFNumber == 2.8", MemoryItem{{"kMDItemFNumber", 2.8}}));
-    // A value that is no number matches nothing, so "!=" holds.
-    for (const char* value : {"'abc'", "'5*'", "''", "'1,5'", "paris"}) {
-        const std::string v = value;
-        EXPECT_FALSE(matches("kMDItemFSSize == " + v, exact)) << value;
-        EXPECT_TRUE(matches("kMDItemFSSize != " + v, exact)) << value;
-        EXPECT_FALSE(matches("kMDItemFSSize < " + v, exact)) << value;
-        EXPECT_FALSE(matches("kMDItemFSSize > " + v, exact)) << value;
-    }
+    // A number too small for a double is zero.
+    EXPECT_TRUE(matches("kMDItemFSSize == '1e-400'", MemoryItem{{"kMDItemFSSize", 0}}));
+    EXPECT_TRUE(matches("kMDItemFSSize > -1e-400", MemoryItem{{"kMDItemFSSize", 1}}));
     // Numbers against a text attribute are texts.
     EXPECT_TRUE(matches("kMDItemDisplayName == 5", named("5")));
     EXPECT_FALSE(matches("kMDItemDisplayName == 5", named("5.0")));
@@ -386,8 +381,6 @@ TEST(Booleans, CompareAsOneAndZero)
     EXPECT_TRUE(matches("kMDItemFSInvisible > 0", hidden));
     EXPECT_TRUE(matches("kMDItemFSInvisible < 1", shown));
     EXPECT_TRUE(matches("kMDItemFSInvisible != '0'", hidden));
-    EXPECT_FALSE(matches("kMDItemFSInvisible == 'maybe'", hidden));
-    EXPECT_TRUE(matches("kMDItemFSInvisible != 'maybe'", hidden));
 }
 
 TEST(Dates, QuotedSecondsAndIsoDatesAreInstants)
@@ -407,8 +400,6 @@ TEST(Dates, QuotedSecondsAndIsoDatesAreInstants)
     // Modifiers mean nothing to dates.
     EXPECT_TRUE(matches("kMDItemContentCreationDate == '266716800'cdw", created));
     EXPECT_TRUE(matches("kMDItemContentCreationDate >= '$time.iso(2009-06-14)'cd", created));
-    EXPECT_FALSE(matches("kMDItemContentCreationDate == 'June 15'", created));
-    EXPECT_TRUE(matches("kMDItemContentCreationDate != 'June 15'", created));
     // The far-past clause of older hosts, a single-precision number.
     const char* farPast = "(kMDItemLastUsedDate >= '-6.31139e+10') || (kMDItemLastUsedDate = null) || "
                           "(kMDItemFSCreationDate >= '-6.31139e+10')";
@@ -497,7 +488,7 @@ TEST(Numbers, InRangeIsInclusiveAtBothEnds)
             << size;
     }
     EXPECT_FALSE(matches("InRange(kMDItemFSSize, 20, 10)", MemoryItem{{"kMDItemFSSize", 15}}));
-    EXPECT_FALSE(matches("InRange(kMDItemFSSize, 'x', 20)", MemoryItem{{"kMDItemFSSize", 15}}));
+    EXPECT_FALSE(matches("InRange(kMDItemFSSize, 20, 10)", MemoryItem{{"kMDItemFSSize", 20}}));
 }
 
 TEST(UnknownAttributes, AreAbsentOrCompareAsText)
@@ -612,6 +603,13 @@ TEST(EvaluatorProperties, NotEqualNegatesEqualAndCanonicalTextAgrees)
             const std::string value = pick(values);
             const std::string equal = attribute + " == " + value;
             const std::string notEqual = attribute + " != " + value;
+            if (const auto refused = parseQuery(equal); !refused) {
+                // A text no number, date or Boolean attribute could hold.
+                EXPECT_NE(refused.error().message.find(" for " + attribute + ", found "), std::string::npos)
+                    << refused.error().message;
+                EXPECT_FALSE(parseQuery(notEqual).ok()) << notEqual;
+                continue;
+            }
             const bool e = matches(equal, item);
             EXPECT_NE(e, matches(notEqual, item)) << equal;
             EXPECT_NE(e, matches("!(" + equal + ")", item)) << equal;
@@ -619,12 +617,15 @@ TEST(EvaluatorProperties, NotEqualNegatesEqualAndCanonicalTextAgrees)
                                       (value == "null" ? "'x'" : value);
             const std::string combined = "(" + equal + " || " + other + ") && !" + notEqual;
             const auto parsed = parseQuery(combined);
-            ASSERT_TRUE(parsed.ok()) << combined << ": " << parsed.error().message;
+            if (!parsed) {
+                EXPECT_FALSE(parseQuery(other).ok()) << combined << ": " << parsed.error().message;
+                continue;
+            }
             const bool direct = Evaluator(parsed.value(), kStart).matches(item);
             EXPECT_EQ(direct, matches(toText(parsed.value()), item)) << combined;
             EXPECT_NE(direct, matches("!(" + combined + ")", item)) << combined;
             ++checked;
         }
     }
-    EXPECT_EQ(checked, 3000);
+    EXPECT_GT(checked, 2000);
 }

@@ -100,7 +100,7 @@ TEST(FindQuery, TakesExpressionsAsWrittenAndInterpretsTheRest)
     const auto forced = findQuery("kMDItemFSSize > 5", std::nullopt, true);
     ASSERT_TRUE(forced.ok());
     EXPECT_TRUE(forced->interpreted);
-    EXPECT_EQ(forced->text, interpretWords("kMDItemFSSize > 5"));
+    EXPECT_EQ(forced->text, interpretWords("kMDItemFSSize 5"));  // ">" names nothing to find
 
     const auto withName = findQuery("kMDItemFSSize > 5", std::string("tmp"), false);
     ASSERT_TRUE(withName.ok());
@@ -137,4 +137,59 @@ TEST(FindQuery, AMistypedExpressionIsAnErrorNotAWordSearch)
     }
     // With -interpret even operators are words.
     EXPECT_TRUE(findQuery("a == 'x", std::nullopt, true).ok());
+}
+
+TEST(FindQuery, PunctuationAloneIsAnErrorNotEveryItem)
+{
+    // Such a word has no letter or digit to look for; searched for, it
+    // matched every item that has a word at all.
+    const std::pair<const char*, const char*> refused[] = {
+        {".", "position 1: expected a word with a letter or digit, found \".\""},
+        {"*", "position 1: expected a word with a letter or digit, found \"*\""},
+        {"-", "position 1: expected a word with a letter or digit, found \"-\""},
+        {"  …", "position 3: expected a word with a letter or digit, found \"…\""},
+        {"\xff", "position 1: expected a word with a letter or digit, found a word that is not valid UTF-8"},
+        {"-- ... !?", "position 1: expected a word with a letter or digit, found \"--\""},
+        {"()", "position 1: expected a word with a letter or digit, found \"()\""},
+    };
+    for (const auto& [text, message] : refused) {
+        for (const bool interpret : {false, true}) {
+            const auto result = findQuery(text, std::nullopt, interpret);
+            ASSERT_FALSE(result.ok()) << text << " became " << result->text;
+            EXPECT_EQ(result.error().kind, trovara::index::Failure::Kind::InvalidQuery);
+            EXPECT_EQ(result.error().message, message) << text;
+        }
+    }
+    // Beside real words it is left out, as a person means it.
+    const auto mixed = findQuery("annual - report …", std::nullopt, false);
+    ASSERT_TRUE(mixed.ok());
+    EXPECT_EQ(mixed->text, interpretWords("annual report"));
+    EXPECT_FALSE(finds(mixed->text, file("annual.txt")));
+    const auto name = findQuery("", std::string("."), false);  // -name is a literal text
+    ASSERT_TRUE(name.ok());
+    EXPECT_TRUE(finds(name->text, file("a.b")));
+    EXPECT_FALSE(finds(name->text, file("ab")));
+}
+
+TEST(FindQuery, UnbalancedParenthesesAreAnErrorWithThePosition)
+{
+    const std::pair<std::string, std::string> refused[] = {
+        {"(", "position 2: expected \")\" to close the \"(\" at position 1"},
+        {"report (final", "position 14: expected \")\" to close the \"(\" at position 8"},
+        {"((draft)", "position 9: expected \")\" to close the \"(\" at position 1"},
+        {"draft)", "position 6: found \")\" without a \"(\" before it"},
+        {"é) (x", "position 2: found \")\" without a \"(\" before it"},
+        {std::string(10000, '('), "position 10001: expected \")\" to close the \"(\" at position 10000"},
+    };
+    for (const auto& [text, message] : refused) {
+        const auto result = findQuery(text, std::nullopt, false);
+        ASSERT_FALSE(result.ok()) << text;
+        EXPECT_EQ(result.error().message, message) << text;
+    }
+    // Balanced, they are part of the words.
+    const auto balanced = findQuery("report (final)", std::nullopt, false);
+    ASSERT_TRUE(balanced.ok());
+    EXPECT_TRUE(finds(balanced->text, file("report (final).odt")));
+    // -interpret takes every character as part of a word.
+    EXPECT_TRUE(findQuery("report (final", std::nullopt, true).ok());
 }

@@ -156,6 +156,80 @@ TEST(QueryParser, ReadsNumbers)
     EXPECT_EQ(valueOf("a == 1.2.3").kind, Value::Kind::Text);
 }
 
+TEST(QueryParser, NumbersBeyondADoublesRangeAreZeroOrAnError)
+{
+    // Too small for a double is as near nothing as a double can tell.
+    for (const char* text : {"kMDItemFSSize > 1e-400", "kMDItemFSSize > 0.000001e-399", "kMDItemFSSize > -123e-400"}) {
+        const Value value = valueOf(text);
+        EXPECT_EQ(value.kind, Value::Kind::Number) << text;
+        EXPECT_EQ(value.number, 0) << text;
+    }
+    EXPECT_DOUBLE_EQ(valueOf("a == 1e-310").number, 1e-310);  // small, yet a double
+    // Too large is an error, never a comparison that silently fails.
+    EXPECT_EQ(errorOf("kMDItemFSSize < 1e999"),
+              "position 17: expected a number within a double's range (about ±1.8e308) for kMDItemFSSize, found "
+              "\"1e999\"");
+    EXPECT_EQ(errorOf("kMDItemFSSize < '-1e309'"),
+              "position 17: expected a number within a double's range (about ±1.8e308) for kMDItemFSSize, found "
+              "\"-1e309\"");
+    EXPECT_EQ(errorOf("kMDItemFSSize < 223456789e300"),
+              "position 17: expected a number within a double's range (about ±1.8e308) for kMDItemFSSize, found "
+              "\"223456789e300\"");
+}
+
+TEST(QueryParser, RefusesTextsANumberDateOrBooleanAttributeCannotHold)
+{
+    const std::pair<const char*, const char*> refused[] = {
+        {"kMDItemFSSize > 0x10", "position 17: expected a number for kMDItemFSSize, found \"0x10\""},
+        {"kMDItemFSSize > 1cd", "position 17: expected a number for kMDItemFSSize, found \"1cd\""},
+        {"kMDItemFSSize > NaN", "position 17: expected a number for kMDItemFSSize, found \"NaN\""},
+        {"kMDItemFSSize > inf", "position 17: expected a number for kMDItemFSSize, found \"inf\""},
+        {"kMDItemFSSize == 1.2.3", "position 18: expected a number for kMDItemFSSize, found \"1.2.3\""},
+        {"kMDItemFSSize == 'abc'", "position 18: expected a number for kMDItemFSSize, found \"abc\""},
+        {"kMDItemFSSize != ''", "position 18: expected a number for kMDItemFSSize, found \"\""},
+        {"kMDItemFSSize < '*'", "position 17: expected a number for kMDItemFSSize, found \"*\""},
+        {"kMDItemFSSize == '5*'", "position 18: expected a number for kMDItemFSSize, found \"5*\""},
+        {"kMDItemFSInvisible == 'maybe'",
+         "position 23: expected a Boolean (1, 0, true or false) for kMDItemFSInvisible, found \"maybe\""},
+        {"kMDItemContentCreationDate == 'June 15'",
+         "position 31: expected a date (seconds since 2001-01-01, an ISO 8601 date or a $time value) for "
+         "kMDItemContentCreationDate, found \"June 15\""},
+        {"InRange(kMDItemFSSize, 1, 0x20)", "position 27: expected a number for kMDItemFSSize, found \"0x20\""},
+    };
+    for (const auto& [text, message] : refused) {
+        EXPECT_EQ(errorOf(text), message) << text;
+    }
+    // What such attributes do take, and what other attributes take as text.
+    for (const char* text : {"kMDItemFSSize == '*'", "kMDItemFSSize != \"**\"", "kMDItemFSSize == ' 5e3 '",
+                             "kMDItemFSSize > $time.now", "kMDItemFSSize == null", "kMDItemFSInvisible == 'yes'",
+                             "kMDItemFSInvisible == true", "kMDItemContentCreationDate == '2009-06-15'",
+                             "kMDItemContentCreationDate > 2009-06-15", "kMDItemDisplayName == 0x10",
+                             "kMDItemDisplayName == NaN", "kSomethingUnknown > 1cd", "* == 1.2.3"}) {
+        EXPECT_TRUE(parseQuery(text).ok()) << text << ": " << errorOf(text);
+    }
+}
+
+TEST(QueryParser, EmptyGroupsSayNothing)
+{
+    // An empty criterion's group ("()", "! (  )") is left out by the group
+    // around it; a query of nothing else matches every item.
+    const std::pair<const char*, const char*> cases[] = {
+        {"()", "true"},
+        {"! (  )", "true"},
+        {"(() || ())", "true"},
+        {"((a == 1) && ())", "a == 1"},
+        {"(a == 1 || ! (  ) || b == 2)", "(a == 1 || b == 2)"},
+        {"((a == 1) && ! (  ))", "a == 1"},
+        {"!(() && a == 1)", "!(a == 1)"},
+        {"((() || ()) && (a == 1))", "a == 1"},
+    };
+    for (const auto& [text, tree] : cases) {
+        EXPECT_EQ(canonical(text), tree) << text;
+    }
+    EXPECT_EQ(errorOf("(() a == 1)"), "position 5: expected \")\" to close the \"(\" at position 1, found \"a\"");
+    EXPECT_EQ(errorOf("(()"), "position 4: expected \")\" to close the \"(\" at position 1");
+}
+
 TEST(QueryParser, ReadsTimeValuesQuotedOrNot)
 {
     struct Case {
@@ -269,8 +343,6 @@ TEST(QueryParser, NamesThePositionAndWhatWasExpected)
         {"a == 1 &&", "position 10: expected an expression after \"&&\""},
         {"a == 1 || || b == 2", "position 11: expected an expression after \"||\", found \"||\""},
         {"!", "position 2: expected an expression after \"!\""},
-        {"()", "position 2: expected an expression after \"(\", found \")\""},
-        {"(() || ())", "position 3: expected an expression after \"(\", found \")\""},
         {"== 1", "position 1: expected an expression, found \"==\""},
         {"# == 1", "position 1: expected an expression, found \"#\""},
         {"a < null", "position 3: expected \"==\" or \"!=\" before null, found \"<\""},
