@@ -196,6 +196,8 @@ void writeStatus(Writer& w, const index::IndexStatus& status, const DaemonFigure
     w.number(figures.residentBytes);
     w.number(figures.startedAt);
     w.flag(figures.caughtUp);
+    w.number(figures.importsWaiting);
+    w.number(figures.importsDone);
 }
 
 void readStatus(Reader& r, index::IndexStatus& status, DaemonFigures& figures)
@@ -229,6 +231,8 @@ void readStatus(Reader& r, index::IndexStatus& status, DaemonFigures& figures)
     figures.residentBytes = r.number();
     figures.startedAt = r.number();
     figures.caughtUp = r.flag();
+    figures.importsWaiting = r.number();
+    figures.importsDone = r.number();
 }
 
 void writeItem(Writer& w, const ItemRecord& item)

@@ -25,7 +25,7 @@
 namespace trovara::daemon {
 
 // Raised when the messages change incompatibly.
-constexpr std::uint32_t kProtocolVersion = 1;
+constexpr std::uint32_t kProtocolVersion = 2;
 // The largest frame either side accepts (a change event of many items
 // stays well below it: the daemon splits larger ones).
 constexpr std::size_t kMaxFrame = 16 * 1024 * 1024;
@@ -65,6 +65,8 @@ struct DaemonFigures {
     std::uint64_t residentBytes = 0;
     std::uint64_t startedAt = 0;  // ns since the Unix epoch
     bool caughtUp = false;
+    std::uint64_t importsWaiting = 0;  // files whose content waits to be imported
+    std::uint64_t importsDone = 0;     // of the current round
 };
 
 struct Reply {

@@ -178,21 +178,34 @@ Expected<std::shared_ptr<const Catalogue>> Index::catalogue(const std::string& d
     if (mapped && mapped.value()->generation() == *generation) {
         return mapped;
     }
+    // Stale while a writer is at work: the writer saves a current one soon.
+    const int lock = ::open((directory + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const bool writerAtWork = lock >= 0 && ::flock(lock, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    if (mapped && writerAtWork) {
+        ::close(lock);
+        return mapped;
+    }
     // Missing, damaged or stale: build it afresh, and keep it when no writer
     // is at work (a writer writes its own when it is done).
     Expected<std::shared_ptr<const Catalogue>> built =
         Catalogue::build(*store.value(), services.fold, services.types, services.lastUsed);
-    if (!built) {
-        return built.error();
+    if (built && lock >= 0 && !writerAtWork) {
+        (void)built.value()->save(snapshot);
     }
-    const int lock = ::open((directory + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (lock >= 0) {
-        if (::flock(lock, LOCK_EX | LOCK_NB) == 0) {
-            (void)built.value()->save(snapshot);
-        }
         ::close(lock);
     }
     return built;
+}
+
+std::string Index::snapshotPath(const std::string& directory)
+{
+    return directory + kCatalogue;
+}
+
+Expected<std::shared_ptr<const Catalogue>> Index::snapshot(const std::string& directory)
+{
+    return Catalogue::open(directory + kCatalogue, directory + kDatabase);
 }
 
 Expected<void> Index::writeRootsFile()
@@ -242,9 +255,20 @@ Expected<UpdateReport> Index::crawlRoots(std::vector<RootRecord>& roots, const O
         total.crawl.detailed += report->crawl.detailed;
         total.crawl.cancelled = total.crawl.cancelled || report->crawl.cancelled;
     }
-    if (m_services.importer && !total.crawl.cancelled) {
-        ImportPass pass(*m_store, *m_services.importer);
-        Expected<ImportReport> imported = pass.importPending(options.cancel, options.importProgress);
+    if (total.crawl.cancelled) {
+        if (auto refreshed = refreshCatalogueIfStale(); !refreshed) {
+            return refreshed.error();
+        }
+        return total;
+    }
+    if (auto refreshed = refreshCatalogueIfStale(); !refreshed) {
+        return refreshed.error();
+    }
+    if (options.namesReady) {
+        options.namesReady(total);
+    }
+    if (options.importContent) {
+        Expected<ImportReport> imported = importPending(options);
         if (!imported) {
             return imported.error();
         }
@@ -253,10 +277,23 @@ Expected<UpdateReport> Index::crawlRoots(std::vector<RootRecord>& roots, const O
         total.importProblem = imported->unavailable;
         total.crawl.cancelled = imported->cancelled;
     }
-    if (auto refreshed = refreshCatalogue(); !refreshed) {
+    return total;
+}
+
+Expected<ImportReport> Index::importPending(const Options& options)
+{
+    if (!m_services.importer) {
+        return ImportReport{};
+    }
+    ImportPass pass(*m_store, *m_services.importer);
+    Expected<ImportReport> imported = pass.importPending(options.cancel, options.importProgress);
+    if (!imported) {
+        return imported.error();
+    }
+    if (auto refreshed = refreshCatalogueIfStale(); !refreshed) {
         return refreshed.error();
     }
-    return total;
+    return imported;
 }
 
 Expected<UpdateReport> Index::addRoots(const std::vector<std::string>& folders, const Options& options)
@@ -471,6 +508,21 @@ Expected<IndexStatus> Index::readStatus(const std::string& directory)
         return store.error();
     }
     return statusOf(*store.value(), directory);
+}
+
+bool Index::catalogueIsCurrent()
+{
+    Expected<std::int64_t> generation = m_store->generation();
+    return generation && Catalogue::snapshotGeneration(m_directory + kCatalogue) == *generation;
+}
+
+Expected<void> Index::refreshCatalogueIfStale()
+{
+    if (catalogueIsCurrent()) {
+        return {};
+    }
+    Expected<std::shared_ptr<const Catalogue>> refreshed = refreshCatalogue();
+    return refreshed ? Expected<void>() : Expected<void>(refreshed.error());
 }
 
 Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()

@@ -262,6 +262,7 @@ void bindItem(Statement& s, const StoredItem& item, int first)
 struct Store::Statements {
     Statement begin, commit, rollback;
     Statement insertItem, updateItem, updateNodeCount, selectItem, selectChildren, selectChild, selectAll, countItems;
+    Statement selectFolders;
     Statement deleteSubtree;
     Statement getMeta, setMeta;
     Statement selectRoots, insertRoot, updateRoot, deleteRoot;
@@ -393,6 +394,7 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.selectChild, selectChild.c_str()},
         {&s.selectAll, selectAll.c_str()},
         {&s.countItems, "SELECT count(*) FROM items"},
+        {&s.selectFolders, "SELECT id, parent, name FROM items WHERE kind = 1 ORDER BY id"},
         {&s.deleteSubtree,
          "WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT items.id FROM items JOIN below ON "
          "items.parent = below.id) DELETE FROM items WHERE id IN below"},
@@ -411,7 +413,7 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.allUnreadable, "SELECT path, error, seen FROM unreadable ORDER BY path"},
         {&s.saveImport,
          "INSERT OR REPLACE INTO imports (item, importer, failed, attempts, retry, error, finished, truncated, "
-         "attributes) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)"},
+         "attributes) SELECT ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9 WHERE EXISTS (SELECT 1 FROM items WHERE id = ?1)"},
         {&s.deleteText, "DELETE FROM text_content WHERE rowid = ?1"},
         {&s.insertText, "INSERT INTO text_content (rowid, text) VALUES (?1, ?2)"},
         {&s.pendingImports,
@@ -733,6 +735,19 @@ Expected<void> Store::forEachItem(const std::function<bool(StoredItem&&)>& callb
     return {};
 }
 
+Expected<void> Store::forEachFolder(const std::function<bool(StoreId, StoreId, std::string&&)>& callback)
+{
+    Statement& s = m_statements->selectFolders;
+    Reset r{s};
+    int rc;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        if (!callback(s.integer(0), s.isNull(1) ? 0 : s.integer(1), s.text(2))) {
+            return {};
+        }
+    }
+    return rc == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("reading folders"));
+}
+
 Expected<std::int64_t> Store::itemCount()
 {
     Statement& s = m_statements->countItems;
@@ -842,6 +857,9 @@ Expected<void> Store::saveImport(const ImportRecord& record, const std::optional
         }
         if (s.step() != SQLITE_DONE) {
             return failure("recording an import");
+        }
+        if (sqlite3_changes(m_db) == 0) {
+            return {};  // the item went while its file was read
         }
     }
     {

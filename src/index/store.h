@@ -154,6 +154,8 @@ public:
     // that), delivered one by one; the callback returns false to stop.
     Expected<void> forEachItem(const std::function<bool(StoredItem&&)>& callback);
     Expected<std::int64_t> itemCount();
+    // Every folder's id, parent (0 for a root's) and name, parents first.
+    Expected<void> forEachFolder(const std::function<bool(StoreId id, StoreId parent, std::string&& name)>& callback);
 
     // MIME types are interned: each distinct name has a small id.
     Expected<std::int32_t> internMimeType(const std::string& mime);
@@ -165,7 +167,7 @@ public:
     Expected<std::vector<UnreadableFolder>> unreadable();
 
     // Imports. saveImport() replaces the file's record and its text (none:
-    // no text content).
+    // no text content); it records nothing for an item that is gone.
     Expected<void> saveImport(const ImportRecord& record, const std::optional<std::string>& text);
     // Regular files to import (by id), leaving out files that failed
     // `maxAttempts` times.

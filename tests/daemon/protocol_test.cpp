@@ -72,7 +72,7 @@ std::vector<Message> samples()
     status.status.catalogueBytes = 28'000'000;
     status.status.lastUpdate = 30;
     status.status.unreadable = {{"/home/ann/private", 13}};
-    status.figures = {4242, 3, 1, 20000, 15, 60000, 987, 45'000'000, 1'700'000'000'000'000'000, true};
+    status.figures = {4242, 3, 1, 20000, 15, 60000, 987, 45'000'000, 1'700'000'000'000'000'000, true, 1500, 300};
 
     Reply report;
     report.id = 2;
@@ -142,6 +142,8 @@ TEST(Protocol, EveryMessageSurvivesTheTripThroughBytes)
             EXPECT_EQ(back.figures.pid, reply->figures.pid);
             EXPECT_EQ(back.figures.residentBytes, reply->figures.residentBytes);
             EXPECT_EQ(back.figures.caughtUp, reply->figures.caughtUp);
+            EXPECT_EQ(back.figures.importsWaiting, reply->figures.importsWaiting);
+            EXPECT_EQ(back.figures.importsDone, reply->figures.importsDone);
         } else {
             const auto& sent = std::get<ChangesEvent>(message);
             const auto& back = std::get<ChangesEvent>(decoded);

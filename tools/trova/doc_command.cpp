@@ -273,7 +273,7 @@ int showDocument(const QString& path)
 
 int runDocument(const GlobalOptions& global, const QString& path)
 {
-    std::unique_ptr<index::QuerySource> source = openLiveSource(global);
+    std::unique_ptr<index::QuerySource> source = openLiveSource(global, false);
     if (!source) {
         return 1;
     }

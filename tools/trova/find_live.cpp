@@ -40,7 +40,7 @@ const std::string& pathOf(const std::shared_ptr<void>& result)
 
 }  // namespace
 
-std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global)
+std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global, bool followChanges)
 {
     index::Expected<std::unique_ptr<daemon::RemoteIndexSource>> remote =
         daemon::RemoteIndexSource::open(global.indexDirectory, indexServices());
@@ -51,6 +51,16 @@ std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global)
     if (!daemon::isNoDaemon(remote.error())) {
         printError(QString::fromStdString(remote.error().message));
         return nullptr;
+    }
+    if (!followChanges) {
+        // A search that runs once reads the index as it is.
+        index::Expected<std::unique_ptr<index::SnapshotSource>> snapshot =
+            index::SnapshotSource::open(global.indexDirectory, indexServices());
+        if (!snapshot) {
+            printError(QString::fromStdString(snapshot.error().message));
+            return nullptr;
+        }
+        return std::move(snapshot.value());
     }
     // No daemon: this process keeps the index while it runs.
     index::EngineOptions options;
@@ -66,7 +76,7 @@ std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global)
 
 int findLive(const GlobalOptions& global, const std::string& query, const std::vector<std::string>& scopes, bool nul)
 {
-    std::unique_ptr<index::QuerySource> source = openLiveSource(global);
+    std::unique_ptr<index::QuerySource> source = openLiveSource(global, true);
     if (!source) {
         return 1;
     }

@@ -241,10 +241,17 @@ int viaDaemon(daemon::Connection& connection, const QString& verb, const std::ve
     case daemon::MessageType::RemoveRoots:
         return 0;
     default:
-        return finishUpdate(reply->report, verb == QLatin1String("add")      ? "added"
-                                           : verb == QLatin1String("update") ? "updated"
-                                                                             : "rebuilt");
+        break;
     }
+    const int status = finishUpdate(reply->report, verb == QLatin1String("add")      ? "added"
+                                                   : verb == QLatin1String("update") ? "updated"
+                                                                                     : "rebuilt");
+    if (status == 0) {
+        std::fputs("trova: the daemon imports what files contain in the background (trova daemon status shows how "
+                   "far it is)\n",
+                   stderr);
+    }
+    return status;
 }
 
 }  // namespace
@@ -304,6 +311,17 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
     options.cancel = &g_interrupted;
     options.progress = [&](const index::UpdateProgress& p) { progress.show(p); };
     options.importProgress = [&](const index::ImportProgress& p) { progress.showImport(p); };
+    const auto started = std::chrono::steady_clock::now();
+    if (verb != QLatin1String("update")) {
+        options.namesReady = [&](const index::UpdateReport& crawled) {
+            progress.clear();
+            const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+            std::fprintf(stderr, "searchable by name, size, date and kind: %llu folders, %llu files (%.1f s)%s\n",
+                         static_cast<unsigned long long>(crawled.crawl.folders),
+                         static_cast<unsigned long long>(crawled.crawl.files), seconds,
+                         index.hasImporter() ? "; now importing what files contain" : "");
+        };
+    }
     index::Expected<index::UpdateReport> report = verb == QLatin1String("add")      ? index.addRoots(folders, options)
                                                   : verb == QLatin1String("update") ? index.update(options)
                                                                                     : index.rebuild(options);

@@ -65,26 +65,39 @@ ImportRecord ImportPass::record(const ImportJob& job, int attemptsBefore, Import
 Expected<ImportReport> ImportPass::importPending(const std::atomic<bool>* cancel, const ProgressCallback& progress)
 {
     ImportReport report;
-    Expected<std::vector<PendingImport>> pending = m_store.pendingImports(kMaxImportAttempts);
+    Expected<std::vector<Pending>> pending = pendingFiles(&report.unavailable);
     if (!pending) {
         return pending.error();
     }
     if (pending->empty()) {
         return report;
     }
+    return importListed(std::move(*pending), cancel, progress);
+}
+
+Expected<std::vector<ImportPass::Pending>> ImportPass::pendingFiles(std::string* unavailable)
+{
+    std::vector<Pending> files;
+    Expected<std::vector<PendingImport>> pending = m_store.pendingImports(kMaxImportAttempts);
+    if (!pending) {
+        return pending.error();
+    }
+    if (pending->empty()) {
+        return files;
+    }
     Expected<std::vector<std::string>> mimeTypes = m_store.mimeTypes();
     if (!mimeTypes) {
         return mimeTypes.error();
     }
     if (auto loaded = loadImporters(); !loaded) {
-        report.unavailable = loaded.error().message;
-        return report;
+        if (unavailable) {
+            *unavailable = loaded.error().message;
+        }
+        return files;
     }
 
     // Folder paths, looked up once per folder.
     std::unordered_map<StoreId, std::string> folders;
-    std::vector<ImportJob> jobs;
-    std::unordered_map<std::int64_t, int> attempts;
     for (const PendingImport& file : *pending) {
         const auto type = static_cast<std::size_t>(file.type);
         const std::string& mime = type < mimeTypes->size() ? (*mimeTypes)[type] : std::string();
@@ -100,16 +113,34 @@ Expected<ImportReport> ImportPass::importPending(const std::atomic<bool>* cancel
             }
             folder = folders.emplace(file.parent, std::move(*path)).first;
         }
-        ImportJob job;
-        job.item = file.id;
-        job.path = folder->second == "/" ? "/" + file.name : folder->second + "/" + file.name;
-        job.mimeType = mime;
-        job.importer = importer->name;
-        attempts[file.id] = file.attempts;
-        jobs.push_back(std::move(job));
+        Pending listed;
+        listed.job.item = file.id;
+        listed.job.path = folder->second == "/" ? "/" + file.name : folder->second + "/" + file.name;
+        listed.job.mimeType = mime;
+        listed.job.importer = importer->name;
+        listed.attempts = file.attempts;
+        files.push_back(std::move(listed));
     }
-    if (jobs.empty()) {
+    return files;
+}
+
+Expected<ImportReport> ImportPass::importListed(std::vector<Pending> files, const std::atomic<bool>* cancel,
+                                                const ProgressCallback& progress)
+{
+    ImportReport report;
+    if (files.empty()) {
         return report;
+    }
+    if (auto loaded = loadImporters(); !loaded) {
+        report.unavailable = loaded.error().message;
+        return report;
+    }
+    std::vector<ImportJob> jobs;
+    std::unordered_map<std::int64_t, int> attempts;
+    jobs.reserve(files.size());
+    for (Pending& file : files) {
+        attempts[file.job.item] = file.attempts;
+        jobs.push_back(std::move(file.job));
     }
 
     ImportProgress state;

@@ -67,6 +67,18 @@ public:
     Expected<ImportReport> importPending(const std::atomic<bool>* cancel = nullptr,
                                          const ProgressCallback& progress = {});
 
+    // The same in steps: the files waiting for an import (those an importer
+    // serves), then the import of any of them, in its own transactions. A
+    // file that changed or went since it was listed is recorded as it is
+    // now (or not at all).
+    struct Pending {
+        ImportJob job;
+        int attempts = 0;  // failed tries so far
+    };
+    Expected<std::vector<Pending>> pendingFiles(std::string* unavailable = nullptr);
+    Expected<ImportReport> importListed(std::vector<Pending> files, const std::atomic<bool>* cancel = nullptr,
+                                        const ProgressCallback& progress = {});
+
     // Imports the given files (items just written) inside the caller's open
     // transaction; files without an importer are left alone. Fails only
     // when the store does; when the importers cannot be reached, nothing is
