@@ -52,6 +52,7 @@ struct Request {
     std::uint64_t id = 0;
     std::uint32_t version = 0;       // Hello
     std::vector<std::string> paths;  // AddRoots, RemoveRoots
+    bool namesOnly = false;          // AddRoots: the folders are kept for names only
 };
 
 struct DaemonFigures {

@@ -341,7 +341,9 @@ private:
             }
             switch (request.type) {
             case MessageType::AddRoots: {
-                Expected<index::UpdateReport> report = m_engine.addRootsOnEngine(request.paths, {});
+                index::Index::Options options;
+                options.namesOnly = request.namesOnly;
+                Expected<index::UpdateReport> report = m_engine.addRootsOnEngine(request.paths, options);
                 report ? void(reply.report = *report) : void(reply.failure = report.error());
                 break;
             }

@@ -48,17 +48,41 @@ bool isInside(const std::string& inner, const std::string& outer)
     return inner.size() > outer.size() && inner.compare(0, outer.size(), outer) == 0 && inner[outer.size()] == '/';
 }
 
-std::vector<std::string> readRootsFile(const std::string& path)
+// A root as the roots file keeps it: its path, on a line of its own after
+// "names-only " when its files' contents are not wanted.
+constexpr std::string_view kNamesOnlyMark = "names-only ";
+
+std::vector<RootRecord> readRootsFile(const std::string& path)
 {
-    std::vector<std::string> roots;
+    std::vector<RootRecord> roots;
     std::ifstream in(path);
     std::string line;
     while (std::getline(in, line)) {
+        RootRecord root;
+        if (line.rfind(kNamesOnlyMark, 0) == 0) {
+            root.namesOnly = true;
+            line.erase(0, kNamesOnlyMark.size());
+        }
         if (!line.empty() && line.front() == '/') {
-            roots.push_back(line);
+            root.path = line;
+            roots.push_back(std::move(root));
         }
     }
     return roots;
+}
+
+Expected<void> addRecordedRoots(Store& store, const std::vector<RootRecord>& roots)
+{
+    if (auto begun = store.begin(); !begun) {
+        return begun;
+    }
+    for (const RootRecord& root : roots) {
+        if (auto added = store.addRoot(root.path, nowNanoseconds(), root.namesOnly); !added) {
+            store.rollback();
+            return added.error();
+        }
+    }
+    return store.commit();
 }
 
 }  // namespace
@@ -135,19 +159,8 @@ Expected<std::unique_ptr<Index>> Index::openForWriting(const std::string& direct
         }
         store = Store::recreate(database);
         if (store) {
-            const std::vector<std::string> roots = readRootsFile(directory + kRootsFile);
-            Store& s = *store.value();
-            if (auto begun = s.begin(); !begun) {
-                return begun.error();
-            }
-            for (const std::string& root : roots) {
-                if (auto added = s.addRoot(root, nowNanoseconds()); !added) {
-                    s.rollback();
-                    return added.error();
-                }
-            }
-            if (auto committed = s.commit(); !committed) {
-                return committed.error();
+            if (auto added = addRecordedRoots(*store.value(), readRootsFile(directory + kRootsFile)); !added) {
+                return added.error();
             }
         }
     }
@@ -218,9 +231,10 @@ Expected<void> Index::writeRootsFile()
     const std::string temporary = path + ".writing";
     {
         std::ofstream out(temporary, std::ios::trunc);
-        out << "# Folders Trovara indexes, one per line (rebuilds crawl these again).\n";
+        out << "# Folders Trovara indexes, one per line (rebuilds crawl these again);\n"
+               "# \"names-only\" before those whose files' contents are not imported.\n";
         for (const RootRecord& root : *roots) {
-            out << root.path << '\n';
+            out << (root.namesOnly ? kNamesOnlyMark : std::string_view()) << root.path << '\n';
         }
         out.flush();
         if (!out) {
@@ -315,6 +329,22 @@ Expected<UpdateReport> Index::addRoots(const std::vector<std::string>& folders, 
     }
     std::vector<std::string> added;
     for (const std::string& folder : wanted) {
+        // An indexed folder added again takes the setting given now.
+        auto same = std::find_if(existing->begin(), existing->end(), [&](const RootRecord& r) { return r.path == folder; });
+        if (same != existing->end() && same->namesOnly != options.namesOnly) {
+            same->namesOnly = options.namesOnly;
+            Expected<void> changed = m_store->updateRoot(*same);
+            if (changed && options.namesOnly && same->item) {
+                changed = m_store->forgetContentBelow(same->item);
+            }
+            if (changed) {
+                changed = m_store->bumpGeneration();
+            }
+            if (!changed) {
+                m_store->rollback();
+                return changed.error();
+            }
+        }
         const bool covered = std::any_of(existing->begin(), existing->end(),
                                          [&](const RootRecord& r) { return isInside(folder, r.path); })
                              || std::any_of(added.begin(), added.end(),
@@ -332,7 +362,7 @@ Expected<UpdateReport> Index::addRoots(const std::vector<std::string>& folders, 
             }
         }
         std::erase_if(added, [&](const std::string& a) { return isInside(a, folder); });
-        if (auto id = m_store->addRoot(folder, nowNanoseconds()); !id) {
+        if (auto id = m_store->addRoot(folder, nowNanoseconds(), options.namesOnly); !id) {
             m_store->rollback();
             return id.error();
         }
@@ -408,15 +438,8 @@ Expected<UpdateReport> Index::update(const Options& options)
 
 Expected<UpdateReport> Index::rebuild(const Options& options)
 {
-    Expected<std::vector<RootRecord>> roots = m_store->roots();
-    std::vector<std::string> paths;
-    if (roots) {
-        for (const RootRecord& root : *roots) {
-            paths.push_back(root.path);
-        }
-    } else {
-        paths = readRootsFile(m_directory + kRootsFile);
-    }
+    Expected<std::vector<RootRecord>> recorded = m_store->roots();
+    const std::vector<RootRecord> roots = recorded ? std::move(*recorded) : readRootsFile(m_directory + kRootsFile);
     const std::string database = m_directory + kDatabase;
     m_store.reset();
     for (const char* suffix : {"", "-wal", "-shm"}) {
@@ -430,17 +453,8 @@ Expected<UpdateReport> Index::rebuild(const Options& options)
         return store.error();
     }
     m_store = std::move(store.value());
-    if (auto begun = m_store->begin(); !begun) {
-        return begun.error();
-    }
-    for (const std::string& path : paths) {
-        if (auto added = m_store->addRoot(path, nowNanoseconds()); !added) {
-            m_store->rollback();
-            return added.error();
-        }
-    }
-    if (auto committed = m_store->commit(); !committed) {
-        return committed.error();
+    if (auto added = addRecordedRoots(*m_store, roots); !added) {
+        return added.error();
     }
     return update(options);
 }

@@ -92,6 +92,10 @@ public:
         // Import what files contain after the crawl (off: the files stay
         // pending for importPending()).
         bool importContent = true;
+        // addRoots(): the folders are kept for names only (their files'
+        // contents are not imported, and what was imported is forgotten);
+        // adding an indexed folder again sets this either way.
+        bool namesOnly = false;
         // Told when the crawl is done and its items are searchable (by name,
         // size, dates and kind), before the contents are imported.
         std::function<void(const UpdateReport&)> namesReady;

@@ -182,8 +182,9 @@ int printStatus(const index::Expected<index::IndexStatus>& status, const std::st
     } else {
         std::printf("roots:\n");
         for (const index::RootRecord& root : status->roots) {
-            std::printf("  %s  (%s, crawled %s)\n", root.path.c_str(),
+            std::printf("  %s  (%s%s, crawled %s)\n", root.path.c_str(),
                         root.complete ? "complete" : (root.item ? "incomplete" : "not crawled yet"),
+                        root.namesOnly ? ", names only" : "",
                         formatTime(root.lastCrawlFinished ? root.lastCrawlFinished : root.lastCrawlStarted).c_str());
         }
     }
@@ -212,9 +213,10 @@ int printStatus(const index::Expected<index::IndexStatus>& status, const std::st
 
 // The same, carried out by the daemon that holds the index.
 int viaDaemon(daemon::Connection& connection, const QString& verb, const std::vector<std::string>& folders,
-              const std::string& directory)
+              bool namesOnly, const std::string& directory)
 {
     daemon::Request request;
+    request.namesOnly = namesOnly;
     request.type = verb == QLatin1String("add")      ? daemon::MessageType::AddRoots
                    : verb == QLatin1String("remove") ? daemon::MessageType::RemoveRoots
                    : verb == QLatin1String("update") ? daemon::MessageType::Update
@@ -259,25 +261,30 @@ int viaDaemon(daemon::Connection& connection, const QString& verb, const std::ve
 int indexCommand(const GlobalOptions& global, const QStringList& arguments)
 {
     if (arguments.isEmpty()) {
-        printError(QStringLiteral("usage: trova index add|remove DIR… | update | rebuild | status"));
+        printError(QStringLiteral("usage: trova index add [--names-only] DIR… | remove DIR… | update | rebuild | status"));
         return 2;
     }
     const QString verb = arguments.front();
     std::vector<std::string> folders;
+    bool namesOnly = false;
     for (const QString& argument : arguments.mid(1)) {
+        if (argument == QLatin1String("--names-only") && verb == QLatin1String("add")) {
+            namesOnly = true;
+            continue;
+        }
         folders.push_back(argument.toStdString());
     }
     const bool needsFolders = verb == QLatin1String("add") || verb == QLatin1String("remove");
     const bool known = needsFolders || verb == QLatin1String("update") || verb == QLatin1String("rebuild")
                        || verb == QLatin1String("status");
     if (!known || needsFolders == folders.empty()) {
-        printError(QStringLiteral("usage: trova index add|remove DIR… | update | rebuild | status"));
+        printError(QStringLiteral("usage: trova index add [--names-only] DIR… | remove DIR… | update | rebuild | status"));
         return 2;
     }
 
     bool daemonFailed = false;
     if (std::unique_ptr<daemon::Connection> daemon = connectToDaemon(global, &daemonFailed)) {
-        return viaDaemon(*daemon, verb, folders, global.indexDirectory);
+        return viaDaemon(*daemon, verb, folders, namesOnly, global.indexDirectory);
     }
     if (daemonFailed) {
         return 1;
@@ -309,6 +316,7 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
     ProgressLine progress;
     index::Index::Options options;
     options.cancel = &g_interrupted;
+    options.namesOnly = namesOnly;
     options.progress = [&](const index::UpdateProgress& p) { progress.show(p); };
     options.importProgress = [&](const index::ImportProgress& p) { progress.showImport(p); };
     const auto started = std::chrono::steady_clock::now();

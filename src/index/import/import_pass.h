@@ -1,7 +1,8 @@
 // Bringing the imports in step with the items: every regular file whose
 // type an importer serves and that has no import record yet (new, or its
 // content changed, which drops the record) is imported, and what came back
-// is written: the attributes, the text, or the failure.
+// is written: the attributes, the text, or the failure. Files below a root
+// kept for names only are left alone.
 //
 // Failures are kept with the number of tries. A failure that another try
 // might mend (a crash, a hang, too much memory) is tried again on later
