@@ -4,7 +4,7 @@
 #include "common/log.h"
 #include "common/paths.h"
 #include "document/document_store.h"
-#include "document/sqlite_store.h"
+#include "store/sqlite_store.h"
 #include "document/template_item.h"
 #include "model/abstract_attribute.h"
 #include "model/defaults.h"

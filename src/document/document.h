@@ -17,8 +17,8 @@
 #pragma once
 
 #include "common/error.h"
-#include "document/managed_object_context.h"
-#include "document/sqlite_store.h"
+#include "store/managed_object_context.h"
+#include "store/sqlite_store.h"
 #include "index/live/live_query.h"
 #include "query/metadata_query_controller.h"
 #include "query/query_document.h"

@@ -50,8 +50,9 @@ Error madeByNewerVersion(const QString& path)
                      QStringLiteral("Open it with the version of Trovara that made it."));
 }
 
-// The folders the "LegacyMetadata" resource may be in, most specific first.
-QStringList dataFolders()
+}  // namespace
+
+QStringList resourceFolders()
 {
     const QByteArray overridden = qgetenv("TROVARA_DATA_DIR");
     if (!overridden.isEmpty()) {
@@ -64,6 +65,8 @@ QStringList dataFolders()
     folders << QStringLiteral(TROVARA_INSTALL_DATADIR);
     return folders;
 }
+
+namespace {
 
 // Whether the metadata is that of a file from before model versioning.
 bool predatesModelVersions(const QVariantMap& metadata)
@@ -154,7 +157,7 @@ bool renamePath(const QString& from, const QString& to)
 
 Result<QVariantMap> legacyMetadata()
 {
-    const QStringList folders = dataFolders();
+    const QStringList folders = resourceFolders();
     for (const QString& folder : folders) {
         const QString path = folder + QLatin1Char('/') + QLatin1String(kLegacyMetadataFile);
         QFile file(path);

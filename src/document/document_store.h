@@ -17,8 +17,8 @@
 #pragma once
 
 #include "common/error.h"
-#include "document/managed_object_context.h"
-#include "document/sqlite_store.h"
+#include "store/managed_object_context.h"
+#include "store/sqlite_store.h"
 
 #include <QString>
 #include <QVariantMap>
@@ -32,6 +32,12 @@ namespace trovara::document {
 inline constexpr const char* kDocumentType = "com.velmont.trovara.query";
 inline constexpr const char* kDocumentExtension = "trova";
 inline constexpr const char* kDocumentMimeType = "application/x-trovara-query";
+
+// The folders Trovara's resources (the "LegacyMetadata" file, the default
+// templates) are read from, most specific first: $TROVARA_DATA_DIR alone
+// when set, else share/trovara beside the program's bin/ folder, then the
+// installation's.
+QStringList resourceFolders();
 
 // A document's file name less a trailing ".trova": what titles and menus show.
 QString documentNameForPath(const QString& path);

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/error.h"
-#include "document/sqlite_store.h"
+#include "store/sqlite_store.h"
 #include "model/value_transformer.h"
 
 #include <QMetaType>

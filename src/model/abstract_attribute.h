@@ -5,8 +5,8 @@
 // (derived from the metadata schema, never stored).
 #pragma once
 
-#include "document/managed_object.h"
-#include "document/managed_object_context.h"
+#include "store/managed_object.h"
+#include "store/managed_object_context.h"
 #include "model/formatter.h"
 #include "model/metadata_schema.h"
 

@@ -13,7 +13,7 @@
 #pragma once
 
 #include "common/error.h"
-#include "document/managed_object_context.h"
+#include "store/managed_object_context.h"
 
 #include <QByteArray>
 #include <QDateTime>

@@ -99,14 +99,31 @@ QString Defaults::stringValue(const QString& key) const
     return value(key).toString();
 }
 
+DefaultsController& DefaultsController::shared()
+{
+    static DefaultsController controller;
+    return controller;
+}
+
 void Defaults::setValue(const QString& key, const QVariant& value)
 {
+    const QVariant before = this->value(key);
     m_settings->setValue(key, value);
+    announceChange(key, before);
 }
 
 void Defaults::removeValue(const QString& key)
 {
+    const QVariant before = value(key);
     m_settings->remove(key);
+    announceChange(key, before);
+}
+
+void Defaults::announceChange(const QString& key, const QVariant& before) const
+{
+    if (this == sharedInstance().get() && value(key) != before) {
+        emit DefaultsController::shared().valueChanged(QStringLiteral("values.") + key);
+    }
 }
 
 bool Defaults::hasUserValue(const QString& key) const

@@ -1,10 +1,12 @@
 // The user's settings (user defaults), with the values Trovara registers as
 // their defaults. Stored with QSettings in ~/.config/Trovara/Trovara.conf.
 //
-// A key the user never set answers its registered default. Meant for the
-// main thread.
+// A key the user never set answers its registered default. A change made
+// through the shared defaults is announced by the DefaultsController.
+// Meant for the main thread.
 #pragma once
 
+#include <QObject>
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>
@@ -14,6 +16,20 @@
 class QSettings;
 
 namespace trovara::model {
+
+// Announces changes of the shared defaults, under the key path
+// "values.KEY" (as a binding to the shared defaults controller names it).
+// Outlives every replacement of the shared defaults, so observers stay
+// connected. A set that leaves the value as it was announces nothing.
+class DefaultsController final : public QObject {
+    Q_OBJECT
+
+public:
+    static DefaultsController& shared();
+
+signals:
+    void valueChanged(const QString& keyPath);
+};
 
 class Defaults {
 public:
@@ -46,6 +62,10 @@ public:
     static QVariantMap factoryDefaults();
 
 private:
+    // Tells the DefaultsController when this is the shared defaults and the
+    // key's value differs from `before`.
+    void announceChange(const QString& key, const QVariant& before) const;
+
     std::unique_ptr<QSettings> m_settings;
     QVariantMap m_registered;
 };

@@ -5,8 +5,8 @@
 // migration.
 #pragma once
 
-#include "document/entity_description.h"
-#include "document/managed_object_context.h"
+#include "store/entity_description.h"
+#include "store/managed_object_context.h"
 
 #include <memory>
 

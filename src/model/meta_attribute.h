@@ -2,8 +2,8 @@
 // sort order, the filter): a key and a value of bytes.
 #pragma once
 
-#include "document/managed_object.h"
-#include "document/managed_object_context.h"
+#include "store/managed_object.h"
+#include "store/managed_object_context.h"
 
 #include <QByteArray>
 

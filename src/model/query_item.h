@@ -10,8 +10,8 @@
 // and threading.
 #pragma once
 
-#include "document/managed_object.h"
-#include "document/managed_object_context.h"
+#include "store/managed_object.h"
+#include "store/managed_object_context.h"
 
 #include <QString>
 

@@ -6,8 +6,8 @@
 // leave out as OrderedExclusionScopes, each ordered by sortIndex.
 #pragma once
 
-#include "document/managed_object.h"
-#include "document/managed_object_context.h"
+#include "store/managed_object.h"
+#include "store/managed_object_context.h"
 
 #include <optional>
 #include <vector>

@@ -8,8 +8,8 @@
 // unarchive() are the only code that writes and reads that form.
 #pragma once
 
-#include "document/managed_object.h"
-#include "document/predicate.h"
+#include "store/managed_object.h"
+#include "store/predicate.h"
 
 #include <QByteArray>
 #include <QCollatorSortKey>

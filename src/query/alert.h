@@ -12,7 +12,10 @@ namespace trovara::query {
 struct Alert {
     QString messageText;
     QString informativeText;
-    QStringList buttons;
+    QStringList buttons;  // the first is the default
+    // A warning about something that cannot be undone (shown with the
+    // critical style).
+    bool critical = false;
 };
 
 // Shows the alert and calls `didEnd` with the index of the button chosen

@@ -4,7 +4,7 @@
 // command-line tool give a small one of their own.
 #pragma once
 
-#include "document/managed_object_context.h"
+#include "store/managed_object_context.h"
 
 namespace trovara::query {
 

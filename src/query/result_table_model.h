@@ -22,7 +22,7 @@
 // Not thread-safe: use it on the main thread.
 #pragma once
 
-#include "document/managed_object_context.h"
+#include "store/managed_object_context.h"
 #include "model/abstract_attribute.h"
 #include "presentation/sort_descriptor.h"
 #include "query/result_filter.h"

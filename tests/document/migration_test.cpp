@@ -4,7 +4,7 @@
 // them), and nothing that goes wrong on the way loses the user's file.
 #include "common/log.h"
 #include "document/document_store.h"
-#include "document/sqlite_store.h"
+#include "store/sqlite_store.h"
 #include "store_files.h"
 #include "model/abstract_attribute.h"
 #include "model/document_model.h"

@@ -7,7 +7,7 @@
 
 #include "common/error_presenter.h"
 #include "document/document_store.h"
-#include "document/sqlite_store.h"
+#include "store/sqlite_store.h"
 #include "live_test_support.h"
 #include "manual_dispatcher.h"
 #include "store_files.h"

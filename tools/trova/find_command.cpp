@@ -9,6 +9,7 @@
 #include "index/query/find_query.h"
 #include "index/query/parser.h"
 #include "index/search.h"
+#include "index/search_scope.h"
 
 #include <algorithm>
 #include <atomic>
@@ -36,31 +37,6 @@ struct FindOptions {
     bool live = false;
     std::string query;
 };
-
-// The folders a -onlyin names: a folder, or one of the named scopes
-// ("kMDQueryScopeHome", "kMDQueryScopeComputer", "kMDQueryScopeNetwork").
-index::Expected<std::vector<std::string>> scopeFolders(const std::string& scope)
-{
-    static const std::pair<const char*, index::NamedScope> named[] = {
-        {"kMDQueryScopeHome", index::NamedScope::UserHome},
-        {"kMDQueryScopeComputer", index::NamedScope::LocalComputer},
-        {"kMDQueryScopeNetwork", index::NamedScope::Network},
-    };
-    for (const auto& [value, which] : named) {
-        if (scope == value) {
-            index::Expected<index::MountTable> mounts = index::MountTable::current();
-            if (!mounts) {
-                return mounts.error();
-            }
-            return mounts->scopeFolders(which, index::homeFolder());
-        }
-    }
-    index::Expected<std::string> folder = index::Index::canonicalFolder(scope);
-    if (!folder) {
-        return folder.error();
-    }
-    return std::vector<std::string>{*folder};
-}
 
 bool isInside(const std::string& inner, const std::string& outer)
 {
@@ -162,7 +138,7 @@ int findCommand(const GlobalOptions& global, const QStringList& arguments)
 
     std::vector<std::string> folders;
     for (const std::string& scope : options.scopes) {
-        index::Expected<std::vector<std::string>> resolved = scopeFolders(scope);
+        index::Expected<std::vector<std::string>> resolved = index::scopeFolders(scope);
         if (!resolved) {
             printError(QString::fromStdString(resolved.error().message));
             return 1;

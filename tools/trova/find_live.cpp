@@ -3,8 +3,7 @@
 #include "live_source.h"
 #include "services.h"
 
-#include "daemon/remote_source.h"
-#include "index/live/engine.h"
+#include "daemon/query_source.h"
 #include "index/live/qt_live_query.h"
 
 #include <QCoreApplication>
@@ -42,36 +41,16 @@ const std::string& pathOf(const std::shared_ptr<void>& result)
 
 std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global, bool followChanges)
 {
-    index::Expected<std::unique_ptr<daemon::RemoteIndexSource>> remote =
-        daemon::RemoteIndexSource::open(global.indexDirectory, indexServices());
-    if (remote) {
-        remote.value()->setNoticeHandler([](const std::string& message) { printError(QString::fromStdString(message)); });
-        return std::move(remote.value());
-    }
-    if (!daemon::isNoDaemon(remote.error())) {
-        printError(QString::fromStdString(remote.error().message));
+    daemon::QuerySourceOptions options;
+    options.notice = [](const std::string& message) { printError(QString::fromStdString(message)); };
+    options.followChanges = followChanges;
+    index::Expected<std::unique_ptr<index::QuerySource>> source =
+        daemon::openQuerySource(global.indexDirectory, indexServices(), options);
+    if (!source) {
+        printError(QString::fromStdString(source.error().message));
         return nullptr;
     }
-    if (!followChanges) {
-        // A search that runs once reads the index as it is.
-        index::Expected<std::unique_ptr<index::SnapshotSource>> snapshot =
-            index::SnapshotSource::open(global.indexDirectory, indexServices());
-        if (!snapshot) {
-            printError(QString::fromStdString(snapshot.error().message));
-            return nullptr;
-        }
-        return std::move(snapshot.value());
-    }
-    // No daemon: this process keeps the index while it runs.
-    index::EngineOptions options;
-    options.problem = [](const std::string& message) { printError(QString::fromStdString(message)); };
-    index::Expected<std::unique_ptr<index::IndexEngine>> engine =
-        index::IndexEngine::start(global.indexDirectory, indexServices(), options);
-    if (!engine) {
-        printError(QString::fromStdString(engine.error().message));
-        return nullptr;
-    }
-    return std::move(engine.value());
+    return std::move(source.value());
 }
 
 int findLive(const GlobalOptions& global, const std::string& query, const std::vector<std::string>& scopes, bool nul)

@@ -4,6 +4,7 @@
 
 #include "index/crawl_search.h"
 #include "index/fs/mounts.h"
+#include "index/search_scope.h"
 #include "index/query/evaluator.h"
 #include "index/query/parser.h"
 
@@ -45,37 +46,6 @@ struct Delta {
     std::vector<ItemRef> matched;        // added or changed, and matching
     std::vector<std::string> unmatched;  // changed, and no longer matching
 };
-
-Expected<std::vector<std::string>> resolveScopes(const std::vector<std::string>& scopes)
-{
-    std::vector<std::string> folders;
-    for (const std::string& scope : scopes) {
-        std::optional<NamedScope> named;
-        if (scope == "kMDQueryScopeHome") {
-            named = NamedScope::UserHome;
-        } else if (scope == "kMDQueryScopeComputer") {
-            named = NamedScope::LocalComputer;
-        } else if (scope == "kMDQueryScopeNetwork") {
-            named = NamedScope::Network;
-        }
-        if (named) {
-            Expected<MountTable> mounts = MountTable::current();
-            if (!mounts) {
-                return mounts.error();
-            }
-            for (std::string& folder : mounts->scopeFolders(*named, homeFolder())) {
-                folders.push_back(std::move(folder));
-            }
-            continue;
-        }
-        Expected<std::string> folder = Index::canonicalFolder(scope);
-        if (!folder) {
-            return folder.error();
-        }
-        folders.push_back(*folder);
-    }
-    return folders;
-}
 
 }  // namespace
 
@@ -568,7 +538,7 @@ Expected<void> LiveQuery::execute()
     if (!parsed) {
         return parsed.error();
     }
-    Expected<std::vector<std::string>> scopes = resolveScopes(s.options.scopes);
+    Expected<std::vector<std::string>> scopes = scopeFolders(s.options.scopes);
     if (!scopes) {
         return scopes.error();
     }

@@ -1,7 +1,7 @@
 // Saving object graphs to SQLite files and reading them back: every entity
 // and relationship survives a round trip, bad files are refused whole and
 // left untouched, and a failing save never damages the file it replaces.
-#include "document/sqlite_store.h"
+#include "store/sqlite_store.h"
 #include "store_files.h"
 #include "model/abstract_attribute.h"
 #include "model/document_model.h"

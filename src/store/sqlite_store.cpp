@@ -1,4 +1,4 @@
-#include "document/sqlite_store.h"
+#include "store/sqlite_store.h"
 
 #include <QDateTime>
 #include <QDir>

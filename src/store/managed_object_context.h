@@ -14,10 +14,10 @@
 #pragma once
 
 #include "common/error.h"
-#include "document/entity_description.h"
-#include "document/managed_object.h"
-#include "document/predicate.h"
-#include "document/undo_manager.h"
+#include "store/entity_description.h"
+#include "store/managed_object.h"
+#include "store/predicate.h"
+#include "store/undo_manager.h"
 
 #include <QList>
 #include <QObject>

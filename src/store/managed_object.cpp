@@ -1,7 +1,7 @@
-#include "document/managed_object.h"
+#include "store/managed_object.h"
 
-#include "document/entity_description.h"
-#include "document/managed_object_context.h"
+#include "store/entity_description.h"
+#include "store/managed_object_context.h"
 
 #include <QDateTime>
 #include <QStringList>

@@ -1,4 +1,4 @@
-#include "document/managed_object_context.h"
+#include "store/managed_object_context.h"
 
 #include "common/variant_kind.h"
 

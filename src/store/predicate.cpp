@@ -1,8 +1,8 @@
-#include "document/predicate.h"
+#include "store/predicate.h"
 
 #include "common/variant_kind.h"
-#include "document/entity_description.h"
-#include "document/managed_object.h"
+#include "store/entity_description.h"
+#include "store/managed_object.h"
 
 #include <QDateTime>
 

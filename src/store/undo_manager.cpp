@@ -1,4 +1,4 @@
-#include "document/undo_manager.h"
+#include "store/undo_manager.h"
 
 namespace trovara::store {
 

@@ -14,7 +14,7 @@
 #pragma once
 
 #include "common/error.h"
-#include "document/managed_object_context.h"
+#include "store/managed_object_context.h"
 
 #include <QString>
 #include <QStringList>

@@ -2,7 +2,7 @@
 // that hold files (cascade) and tags that files point to (nullify).
 #pragma once
 
-#include "document/managed_object_context.h"
+#include "store/managed_object_context.h"
 
 #include <memory>
 

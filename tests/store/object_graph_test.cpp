@@ -1,6 +1,6 @@
 // The in-memory object graph: relationships and their inverses, delete
 // rules, fetching, change notifications and undo.
-#include "document/managed_object_context.h"
+#include "store/managed_object_context.h"
 #include "test_model.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
-#include "document/entity_description.h"
+#include "store/entity_description.h"
 
-#include "document/managed_object.h"
+#include "store/managed_object.h"
 
 #include <QCryptographicHash>
 
