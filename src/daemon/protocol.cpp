@@ -176,6 +176,7 @@ void writeStatus(Writer& w, const index::IndexStatus& status, const DaemonFigure
         w.signedNumber(root.lastCrawlStarted);
         w.signedNumber(root.lastCrawlFinished);
         w.flag(root.complete);
+        w.flag(root.namesOnly);
     }
     w.signedNumber(status.items);
     w.signedNumber(status.databaseBytes);
@@ -196,11 +197,13 @@ void writeStatus(Writer& w, const index::IndexStatus& status, const DaemonFigure
     w.number(figures.residentBytes);
     w.number(figures.startedAt);
     w.flag(figures.caughtUp);
+    w.number(figures.importsWaiting);
+    w.number(figures.importsDone);
 }
 
 void readStatus(Reader& r, index::IndexStatus& status, DaemonFigures& figures)
 {
-    status.roots.resize(r.count(7));
+    status.roots.resize(r.count(8));
     for (index::RootRecord& root : status.roots) {
         root.id = r.signedNumber();
         root.path = r.text();
@@ -209,6 +212,7 @@ void readStatus(Reader& r, index::IndexStatus& status, DaemonFigures& figures)
         root.lastCrawlStarted = r.signedNumber();
         root.lastCrawlFinished = r.signedNumber();
         root.complete = r.flag();
+        root.namesOnly = r.flag();
     }
     status.items = r.signedNumber();
     status.databaseBytes = r.signedNumber();
@@ -229,6 +233,8 @@ void readStatus(Reader& r, index::IndexStatus& status, DaemonFigures& figures)
     figures.residentBytes = r.number();
     figures.startedAt = r.number();
     figures.caughtUp = r.flag();
+    figures.importsWaiting = r.number();
+    figures.importsDone = r.number();
 }
 
 void writeItem(Writer& w, const ItemRecord& item)
@@ -326,6 +332,9 @@ std::vector<std::uint8_t> encodeFrame(const Message& message)
             w.number(request->version);
         } else if (request->type == MessageType::AddRoots || request->type == MessageType::RemoveRoots) {
             w.texts(request->paths);
+            if (request->type == MessageType::AddRoots) {
+                w.flag(request->namesOnly);
+            }
         }
     } else if (const auto* reply = std::get_if<Reply>(&message)) {
         w.byte(static_cast<std::uint8_t>(MessageType::Reply));
@@ -393,6 +402,9 @@ index::Expected<Message> decodeBody(std::span<const std::uint8_t> body)
             request.version = r.number32();
         } else if (request.type == MessageType::AddRoots || request.type == MessageType::RemoveRoots) {
             request.paths = r.texts();
+            if (request.type == MessageType::AddRoots) {
+                request.namesOnly = r.flag();
+            }
         }
         message = std::move(request);
     } else if (type == static_cast<std::uint8_t>(MessageType::Reply)) {

@@ -25,7 +25,7 @@
 namespace trovara::daemon {
 
 // Raised when the messages change incompatibly.
-constexpr std::uint32_t kProtocolVersion = 1;
+constexpr std::uint32_t kProtocolVersion = 2;
 // The largest frame either side accepts (a change event of many items
 // stays well below it: the daemon splits larger ones).
 constexpr std::size_t kMaxFrame = 16 * 1024 * 1024;
@@ -52,6 +52,7 @@ struct Request {
     std::uint64_t id = 0;
     std::uint32_t version = 0;       // Hello
     std::vector<std::string> paths;  // AddRoots, RemoveRoots
+    bool namesOnly = false;          // AddRoots: the folders are kept for names only
 };
 
 struct DaemonFigures {
@@ -65,6 +66,8 @@ struct DaemonFigures {
     std::uint64_t residentBytes = 0;
     std::uint64_t startedAt = 0;  // ns since the Unix epoch
     bool caughtUp = false;
+    std::uint64_t importsWaiting = 0;  // files whose content waits to be imported
+    std::uint64_t importsDone = 0;     // of the current round
 };
 
 struct Reply {

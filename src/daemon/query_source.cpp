@@ -22,6 +22,14 @@ index::Expected<std::unique_ptr<index::QuerySource>> openQuerySource(const std::
             return remote.error();
         }
     }
+    if (!options.followChanges) {
+        index::Expected<std::unique_ptr<index::SnapshotSource>> snapshot =
+            index::SnapshotSource::open(indexDirectory, services);
+        if (!snapshot) {
+            return snapshot.error();
+        }
+        return std::unique_ptr<index::QuerySource>(std::move(snapshot.value()));
+    }
     index::EngineOptions engineOptions;
     engineOptions.problem = options.notice;
     index::Expected<std::unique_ptr<index::IndexEngine>> engine =

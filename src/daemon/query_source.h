@@ -20,6 +20,10 @@ struct QuerySourceOptions {
     std::function<void(const std::string& message)> notice;
     // Never use the daemon (the in-process engine alone).
     bool embeddedOnly = false;
+    // Queries follow changes; when off (a search that runs once), without a
+    // daemon the index is read as it is, with no engine of its own (no
+    // writer's lock, no watching, no catch-up).
+    bool followChanges = true;
 };
 
 // An open index to run live queries on, or why there is none. A daemon

@@ -316,6 +316,28 @@ private:
             endSubscription(*client);
             send(*client, reply);
             return;
+        case MessageType::Checkpoint: {
+            // Never behind a crawl: while one runs, the snapshot on disk is
+            // what the client reads (the daemon writes a newer one after).
+            std::weak_ptr<Client> weak = client;
+            m_engine.postUrgent([this, weak, reply](index::LiveIndex* live) mutable {
+                std::shared_ptr<Client> client = weak.lock();
+                if (!client) {
+                    return;
+                }
+                if (live) {
+                    if (Expected<void> saved = live->checkpoint(); !saved) {
+                        reply.failure = saved.error();
+                    }
+                    reply.generation = live->view()->base()->generation();
+                } else {
+                    reply.generation =
+                        index::Catalogue::snapshotGeneration(index::Index::snapshotPath(m_indexDirectory)).value_or(0);
+                }
+                sendFromElsewhere(client, reply);
+            });
+            return;
+        }
         case MessageType::Status: {
             // Read beside the engine (which may be busy crawling), at once.
             Expected<index::IndexStatus> status = index::Index::readStatus(m_indexDirectory);
@@ -340,7 +362,9 @@ private:
             }
             switch (request.type) {
             case MessageType::AddRoots: {
-                Expected<index::UpdateReport> report = m_engine.addRootsOnEngine(request.paths, {});
+                index::Index::Options options;
+                options.namesOnly = request.namesOnly;
+                Expected<index::UpdateReport> report = m_engine.addRootsOnEngine(request.paths, options);
                 report ? void(reply.report = *report) : void(reply.failure = report.error());
                 break;
             }
@@ -352,7 +376,7 @@ private:
                 break;
             }
             case MessageType::Update: {
-                Expected<index::UpdateReport> report = live.update({});
+                Expected<index::UpdateReport> report = m_engine.updateOnEngine({});
                 report ? void(reply.report = *report) : void(reply.failure = report.error());
                 break;
             }
@@ -361,12 +385,6 @@ private:
                 report ? void(reply.report = *report) : void(reply.failure = report.error());
                 break;
             }
-            case MessageType::Checkpoint:
-                if (Expected<void> saved = live.checkpoint(); !saved) {
-                    reply.failure = saved.error();
-                }
-                reply.generation = live.view()->base()->generation();
-                break;
             case MessageType::Subscribe:
                 subscribe(client, live, reply);
                 return;
@@ -461,6 +479,8 @@ private:
         figures.residentBytes = residentBytes();
         figures.startedAt = static_cast<std::uint64_t>(m_started);
         figures.caughtUp = statistics.caughtUp;
+        figures.importsWaiting = statistics.importsWaiting;
+        figures.importsDone = statistics.importsDone;
         return figures;
     }
 

@@ -23,7 +23,7 @@ namespace {
 // All integers are little-endian, as the machines Trovara runs on are.
 
 constexpr char kMagic[8] = {'T', 'r', 'o', 'v', 'C', 'a', 't', '\0'};
-constexpr std::uint32_t kSnapshotVersion = 2;
+constexpr std::uint32_t kSnapshotVersion = 3;
 
 struct Header {
     char magic[8];
@@ -55,11 +55,108 @@ enum SectionId : std::uint32_t {
 
 struct Section {
     std::uint32_t id;
-    std::uint32_t reserved;
+    std::uint32_t checksum;  // of the section's bytes (sectionChecksum)
     std::uint64_t offset;
     std::uint64_t size;
 };
 static_assert(sizeof(Section) == 24);
+
+std::uint64_t rotate(std::uint64_t value, int bits)
+{
+    return (value << bits) | (value >> (64 - bits));
+}
+
+// A fast checksum for finding damage (not tampering): four independent
+// multiply-rotate lanes over 8-byte words, folded to 32 bits.
+std::uint32_t sectionChecksum(const void* data, std::size_t size)
+{
+    constexpr std::uint64_t kPrime1 = 0x9E3779B185EBCA87ull;
+    constexpr std::uint64_t kPrime2 = 0xC2B2AE3D27D4EB4Full;
+    std::uint64_t lanes[4] = {kPrime1, kPrime2, kPrime1 ^ kPrime2, ~kPrime1};
+    const auto* p = static_cast<const unsigned char*>(data);
+    std::size_t left = size;
+    while (left >= 32) {
+        for (int lane = 0; lane < 4; ++lane) {
+            std::uint64_t word;
+            std::memcpy(&word, p + 8 * lane, 8);
+            lanes[lane] = rotate(lanes[lane] ^ (word * kPrime2), 31) * kPrime1;
+        }
+        p += 32;
+        left -= 32;
+    }
+    std::uint64_t hash = size;
+    for (int lane = 0; lane < 4; ++lane) {
+        hash = rotate(hash ^ lanes[lane], 27) * kPrime1 + kPrime2;
+    }
+    for (; left > 0; --left, ++p) {
+        hash = rotate(hash ^ (*p * kPrime1), 11) * kPrime2;
+    }
+    hash ^= hash >> 33;
+    hash *= kPrime2;
+    hash ^= hash >> 29;
+    return static_cast<std::uint32_t>(hash ^ (hash >> 32));
+}
+
+// A snapshot's identity on disk. Whoever checked a snapshot through writes
+// it beside the snapshot ("<snapshot>.checked"); a snapshot whose identity
+// matches was checked since it was last written, and opens without reading
+// it all again. Writing to a file changes its modification and change
+// times, so damage done to it later is found by the next full check.
+struct Identity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;
+    std::int64_t modified = 0;
+    std::int64_t changed = 0;
+    std::uint32_t table = 0;  // the section table's checksum
+
+    std::string text() const
+    {
+        return "trovara-catalogue-checked " + std::to_string(device) + ' ' + std::to_string(inode) + ' '
+               + std::to_string(size) + ' ' + std::to_string(modified) + ' ' + std::to_string(changed) + ' '
+               + std::to_string(table) + '\n';
+    }
+};
+
+Identity identityOf(const struct stat& st, std::uint32_t table)
+{
+    Identity identity;
+    identity.device = st.st_dev;
+    identity.inode = st.st_ino;
+    identity.size = static_cast<std::uint64_t>(st.st_size);
+    identity.modified = st.st_mtim.tv_sec * 1'000'000'000LL + st.st_mtim.tv_nsec;
+    identity.changed = st.st_ctim.tv_sec * 1'000'000'000LL + st.st_ctim.tv_nsec;
+    identity.table = table;
+    return identity;
+}
+
+bool checkedBefore(const std::string& stampPath, const Identity& identity)
+{
+    const int fd = ::open(stampPath.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    char buffer[256];
+    const ssize_t got = ::read(fd, buffer, sizeof buffer);
+    ::close(fd);
+    return got > 0 && std::string_view(buffer, static_cast<std::size_t>(got)) == identity.text();
+}
+
+// Best effort: a reader without the right to write checks again next time.
+void recordChecked(const std::string& stampPath, const Identity& identity)
+{
+    const std::string temporary = stampPath + ".writing-" + std::to_string(::getpid());
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return;
+    }
+    const std::string text = identity.text();
+    const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    ::close(fd);
+    if (!written || ::rename(temporary.c_str(), stampPath.c_str()) != 0) {
+        ::unlink(temporary.c_str());
+    }
+}
 
 std::uint32_t fnv1a(const void* data, std::size_t size)
 {
@@ -544,7 +641,7 @@ Expected<void> Catalogue::save(const std::string& path) const
     std::uint64_t offset = sizeof(Header) + kParts * sizeof(Section);
     for (std::size_t i = 0; i < kParts; ++i) {
         offset = (offset + 7) & ~std::uint64_t{7};
-        sections[i] = {parts[i].id, 0, offset, parts[i].size};
+        sections[i] = {parts[i].id, sectionChecksum(parts[i].data, parts[i].size), offset, parts[i].size};
         offset += parts[i].size;
     }
     Header header{};
@@ -595,6 +692,22 @@ Expected<void> Catalogue::save(const std::string& path) const
     return {};
 }
 
+std::optional<std::int64_t> Catalogue::snapshotGeneration(const std::string& path)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return std::nullopt;
+    }
+    Header header{};
+    const ssize_t got = ::pread(fd, &header, sizeof header, 0);
+    ::close(fd);
+    if (got != static_cast<ssize_t>(sizeof header) || std::memcmp(header.magic, kMagic, sizeof kMagic) != 0
+        || header.version != kSnapshotVersion) {
+        return std::nullopt;
+    }
+    return header.generation;
+}
+
 Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& path, const std::string& databasePath)
 {
     auto damaged = [&](const std::string& why) {
@@ -620,6 +733,7 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& pa
     catalogue->m_mappingSize = fileSize;
     const char* base = static_cast<const char*>(mapping);
 
+    // The header and the section table, whatever the size.
     Header header{};
     std::memcpy(&header, base, sizeof header);
     if (std::memcmp(header.magic, kMagic, sizeof kMagic) != 0) {
@@ -637,6 +751,7 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& pa
     if (fnv1a(sections, header.sectionCount * sizeof(Section)) != header.sectionTableChecksum) {
         return damaged("bad section table");
     }
+    std::vector<const Section*> used;
     auto section = [&](SectionId id, std::size_t elementSize) -> std::optional<std::string_view> {
         for (std::uint32_t i = 0; i < header.sectionCount; ++i) {
             const Section& s = sections[i];
@@ -646,6 +761,7 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& pa
             if (s.offset > fileSize || s.size > fileSize - s.offset || s.offset % 8 != 0 || s.size % elementSize) {
                 return std::nullopt;
             }
+            used.push_back(&s);
             return std::string_view(base + s.offset, s.size);
         }
         return std::nullopt;
@@ -673,26 +789,33 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& pa
         || (!importedKeys->empty() && importedKeys->back() != '\n')) {
         return damaged("inconsistent sizes");
     }
+
+    // The contents, once per version of the file (see Identity).
+    const Identity identity = identityOf(st, header.sectionTableChecksum);
+    const std::string stamp = path + ".checked";
+    const bool checked = checkedBefore(stamp, identity);
+    if (!checked) {
+        for (const Section* s : used) {
+            if (sectionChecksum(base + s->offset, s->size) != s->checksum) {
+                return damaged("section " + std::to_string(s->id) + " does not match its checksum");
+            }
+        }
+    }
+
     for (std::size_t start = 0; start < importedKeys->size();) {
         const std::size_t end = importedKeys->find('\n', start);
         catalogue->m_importedKeys.emplace_back(importedKeys->substr(start, end - start));
         start = end + 1;
-    }
-    catalogue->m_databasePath = databasePath;
-    catalogue->m_ids = {reinterpret_cast<const std::int64_t*>(ids->data()), count};
-    catalogue->m_byId = {reinterpret_cast<const ItemIndex*>(idOrder->data()), count};
-    for (ItemIndex i = 0; i < count; ++i) {
-        if (catalogue->m_byId[i] >= count
-            || (i > 0 && catalogue->m_ids[catalogue->m_byId[i]] < catalogue->m_ids[catalogue->m_byId[i - 1]])) {
-            return damaged("bad id order");
-        }
     }
     std::optional<std::vector<TypeInfo>> typeList = parseTypes(*types);
     if (!typeList) {
         return damaged("bad type table");
     }
     catalogue->m_types = std::move(*typeList);
+    catalogue->m_databasePath = databasePath;
     catalogue->m_generation = header.generation;
+    catalogue->m_ids = {reinterpret_cast<const std::int64_t*>(ids->data()), count};
+    catalogue->m_byId = {reinterpret_cast<const ItemIndex*>(idOrder->data()), count};
     catalogue->m_core = {reinterpret_cast<const CoreRecord*>(core->data()), count};
     catalogue->m_extra = {reinterpret_cast<const ExtraRecord*>(extra->data()), count};
     catalogue->m_namesPool = *names;
@@ -702,9 +825,18 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& pa
     catalogue->m_attributeValues = *values;
     catalogue->m_trigrams = {reinterpret_cast<const Trigram*>(trigrams->data()), trigrams->size() / sizeof(Trigram)};
     catalogue->m_postings = *postings;
+    if (checked) {
+        return std::shared_ptr<const Catalogue>(std::move(catalogue));
+    }
 
-    // Every reference must stay inside the file, so that a damaged snapshot
-    // can give wrong answers at worst, never a crash.
+    // Every reference must stay inside the file, so that a snapshot written
+    // by a faulty program can give wrong answers at worst, never a crash.
+    for (ItemIndex i = 0; i < count; ++i) {
+        if (catalogue->m_byId[i] >= count
+            || (i > 0 && catalogue->m_ids[catalogue->m_byId[i]] < catalogue->m_ids[catalogue->m_byId[i - 1]])) {
+            return damaged("bad id order");
+        }
+    }
     const auto typeCount = catalogue->m_types.size();
     for (ItemIndex i = 0; i < count; ++i) {
         const CoreRecord& r = catalogue->m_core[i];
@@ -727,6 +859,7 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::open(const std::string& pa
             return damaged("bad trigram entry");
         }
     }
+    recordChecked(stamp, identity);
     return std::shared_ptr<const Catalogue>(std::move(catalogue));
 }
 

@@ -126,6 +126,9 @@ public:
     // it was built from (where queries find the full text).
     static Expected<std::shared_ptr<const Catalogue>> open(const std::string& path,
                                                            const std::string& databasePath = {});
+    // The generation a snapshot records, read from its header alone; none
+    // when there is no snapshot of this format at `path`.
+    static std::optional<std::int64_t> snapshotGeneration(const std::string& path);
 
     ~Catalogue();
     Catalogue(const Catalogue&) = delete;

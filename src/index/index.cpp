@@ -48,17 +48,41 @@ bool isInside(const std::string& inner, const std::string& outer)
     return inner.size() > outer.size() && inner.compare(0, outer.size(), outer) == 0 && inner[outer.size()] == '/';
 }
 
-std::vector<std::string> readRootsFile(const std::string& path)
+// A root as the roots file keeps it: its path, on a line of its own after
+// "names-only " when its files' contents are not wanted.
+constexpr std::string_view kNamesOnlyMark = "names-only ";
+
+std::vector<RootRecord> readRootsFile(const std::string& path)
 {
-    std::vector<std::string> roots;
+    std::vector<RootRecord> roots;
     std::ifstream in(path);
     std::string line;
     while (std::getline(in, line)) {
+        RootRecord root;
+        if (line.rfind(kNamesOnlyMark, 0) == 0) {
+            root.namesOnly = true;
+            line.erase(0, kNamesOnlyMark.size());
+        }
         if (!line.empty() && line.front() == '/') {
-            roots.push_back(line);
+            root.path = line;
+            roots.push_back(std::move(root));
         }
     }
     return roots;
+}
+
+Expected<void> addRecordedRoots(Store& store, const std::vector<RootRecord>& roots)
+{
+    if (auto begun = store.begin(); !begun) {
+        return begun;
+    }
+    for (const RootRecord& root : roots) {
+        if (auto added = store.addRoot(root.path, nowNanoseconds(), root.namesOnly); !added) {
+            store.rollback();
+            return added.error();
+        }
+    }
+    return store.commit();
 }
 
 // Moves a damaged database aside (as index.db.broken) and starts a new one
@@ -69,18 +93,8 @@ Expected<std::unique_ptr<Store>> recreateFromRootsFile(const std::string& direct
     if (!store) {
         return store;
     }
-    Store& s = *store.value();
-    if (auto begun = s.begin(); !begun) {
-        return begun.error();
-    }
-    for (const std::string& root : readRootsFile(directory + kRootsFile)) {
-        if (auto added = s.addRoot(root, nowNanoseconds()); !added) {
-            s.rollback();
-            return added.error();
-        }
-    }
-    if (auto committed = s.commit(); !committed) {
-        return committed.error();
+    if (auto added = addRecordedRoots(*store.value(), readRootsFile(directory + kRootsFile)); !added) {
+        return added.error();
     }
     return store;
 }
@@ -214,21 +228,34 @@ Expected<std::shared_ptr<const Catalogue>> Index::catalogue(const std::string& d
     if (mapped && mapped.value()->generation() == *generation) {
         return mapped;
     }
+    // Stale while a writer is at work: the writer saves a current one soon.
+    const int lock = ::open((directory + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const bool writerAtWork = lock >= 0 && ::flock(lock, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    if (mapped && writerAtWork) {
+        ::close(lock);
+        return mapped;
+    }
     // Missing, damaged or stale: build it afresh, and keep it when no writer
     // is at work (a writer writes its own when it is done).
     Expected<std::shared_ptr<const Catalogue>> built =
         Catalogue::build(*store.value(), services.fold, services.types, services.lastUsed);
-    if (!built) {
-        return built.error();
+    if (built && lock >= 0 && !writerAtWork) {
+        (void)built.value()->save(snapshot);
     }
-    const int lock = ::open((directory + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (lock >= 0) {
-        if (::flock(lock, LOCK_EX | LOCK_NB) == 0) {
-            (void)built.value()->save(snapshot);
-        }
         ::close(lock);
     }
     return built;
+}
+
+std::string Index::snapshotPath(const std::string& directory)
+{
+    return directory + kCatalogue;
+}
+
+Expected<std::shared_ptr<const Catalogue>> Index::snapshot(const std::string& directory)
+{
+    return Catalogue::open(directory + kCatalogue, directory + kDatabase);
 }
 
 Expected<void> Index::writeRootsFile()
@@ -241,9 +268,10 @@ Expected<void> Index::writeRootsFile()
     const std::string temporary = path + ".writing";
     {
         std::ofstream out(temporary, std::ios::trunc);
-        out << "# Folders Trovara indexes, one per line (rebuilds crawl these again).\n";
+        out << "# Folders Trovara indexes, one per line (rebuilds crawl these again);\n"
+               "# \"names-only\" before those whose files' contents are not imported.\n";
         for (const RootRecord& root : *roots) {
-            out << root.path << '\n';
+            out << (root.namesOnly ? kNamesOnlyMark : std::string_view()) << root.path << '\n';
         }
         out.flush();
         if (!out) {
@@ -278,9 +306,20 @@ Expected<UpdateReport> Index::crawlRoots(std::vector<RootRecord>& roots, const O
         total.crawl.detailed += report->crawl.detailed;
         total.crawl.cancelled = total.crawl.cancelled || report->crawl.cancelled;
     }
-    if (m_services.importer && !total.crawl.cancelled) {
-        ImportPass pass(*m_store, *m_services.importer);
-        Expected<ImportReport> imported = pass.importPending(options.cancel, options.importProgress);
+    if (total.crawl.cancelled) {
+        if (auto refreshed = refreshCatalogueIfStale(); !refreshed) {
+            return refreshed.error();
+        }
+        return total;
+    }
+    if (auto refreshed = refreshCatalogueIfStale(); !refreshed) {
+        return refreshed.error();
+    }
+    if (options.namesReady) {
+        options.namesReady(total);
+    }
+    if (options.importContent) {
+        Expected<ImportReport> imported = importPending(options);
         if (!imported) {
             return imported.error();
         }
@@ -289,10 +328,23 @@ Expected<UpdateReport> Index::crawlRoots(std::vector<RootRecord>& roots, const O
         total.importProblem = imported->unavailable;
         total.crawl.cancelled = imported->cancelled;
     }
-    if (auto refreshed = refreshCatalogue(); !refreshed) {
+    return total;
+}
+
+Expected<ImportReport> Index::importPending(const Options& options)
+{
+    if (!m_services.importer) {
+        return ImportReport{};
+    }
+    ImportPass pass(*m_store, *m_services.importer);
+    Expected<ImportReport> imported = pass.importPending(options.cancel, options.importProgress);
+    if (!imported) {
+        return imported.error();
+    }
+    if (auto refreshed = refreshCatalogueIfStale(); !refreshed) {
         return refreshed.error();
     }
-    return total;
+    return imported;
 }
 
 Expected<UpdateReport> Index::addRoots(const std::vector<std::string>& folders, const Options& options)
@@ -319,6 +371,22 @@ Expected<UpdateReport> Index::addRootsOnce(const std::vector<std::string>& folde
     }
     std::vector<std::string> added;
     for (const std::string& folder : wanted) {
+        // An indexed folder added again takes the setting given now.
+        auto same = std::find_if(existing->begin(), existing->end(), [&](const RootRecord& r) { return r.path == folder; });
+        if (same != existing->end() && same->namesOnly != options.namesOnly) {
+            same->namesOnly = options.namesOnly;
+            Expected<void> changed = m_store->updateRoot(*same);
+            if (changed && options.namesOnly && same->item) {
+                changed = m_store->forgetContentBelow(same->item);
+            }
+            if (changed) {
+                changed = m_store->bumpGeneration();
+            }
+            if (!changed) {
+                m_store->rollback();
+                return changed.error();
+            }
+        }
         const bool covered = std::any_of(existing->begin(), existing->end(),
                                          [&](const RootRecord& r) { return isInside(folder, r.path); })
                              || std::any_of(added.begin(), added.end(),
@@ -336,7 +404,7 @@ Expected<UpdateReport> Index::addRootsOnce(const std::vector<std::string>& folde
             }
         }
         std::erase_if(added, [&](const std::string& a) { return isInside(a, folder); });
-        if (auto id = m_store->addRoot(folder, nowNanoseconds()); !id) {
+        if (auto id = m_store->addRoot(folder, nowNanoseconds(), options.namesOnly); !id) {
             m_store->rollback();
             return id.error();
         }
@@ -436,12 +504,15 @@ Expected<UpdateReport> Index::rebuild(const Options& options)
 {
     // The folders of the roots file and of the database alike: a database
     // made afresh (deleted, emptied, damaged) knows none, the file still
-    // does.
-    std::vector<std::string> paths = readRootsFile(m_directory + kRootsFile);
-    if (Expected<std::vector<RootRecord>> roots = m_store->roots()) {
-        for (const RootRecord& root : *roots) {
-            if (std::find(paths.begin(), paths.end(), root.path) == paths.end()) {
-                paths.push_back(root.path);
+    // does. Where both know a folder, the database's record holds.
+    std::vector<RootRecord> roots = readRootsFile(m_directory + kRootsFile);
+    if (Expected<std::vector<RootRecord>> recorded = m_store->roots()) {
+        for (RootRecord& root : *recorded) {
+            auto same = std::find_if(roots.begin(), roots.end(), [&](const RootRecord& r) { return r.path == root.path; });
+            if (same != roots.end()) {
+                *same = std::move(root);
+            } else {
+                roots.push_back(std::move(root));
             }
         }
     }
@@ -458,17 +529,8 @@ Expected<UpdateReport> Index::rebuild(const Options& options)
         return store.error();
     }
     m_store = std::move(store.value());
-    if (auto begun = m_store->begin(); !begun) {
-        return begun.error();
-    }
-    for (const std::string& path : paths) {
-        if (auto added = m_store->addRoot(path, nowNanoseconds()); !added) {
-            m_store->rollback();
-            return added.error();
-        }
-    }
-    if (auto committed = m_store->commit(); !committed) {
-        return committed.error();
+    if (auto added = addRecordedRoots(*m_store, roots); !added) {
+        return added.error();
     }
     return update(options);
 }
@@ -536,6 +598,21 @@ Expected<IndexStatus> Index::readStatus(const std::string& directory)
         return store.error();
     }
     return statusOf(*store.value(), directory);
+}
+
+bool Index::catalogueIsCurrent()
+{
+    Expected<std::int64_t> generation = m_store->generation();
+    return generation && Catalogue::snapshotGeneration(m_directory + kCatalogue) == *generation;
+}
+
+Expected<void> Index::refreshCatalogueIfStale()
+{
+    if (catalogueIsCurrent()) {
+        return {};
+    }
+    Expected<std::shared_ptr<const Catalogue>> refreshed = refreshCatalogue();
+    return refreshed ? Expected<void>() : Expected<void>(refreshed.error());
 }
 
 Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()

@@ -69,8 +69,16 @@ public:
 
     // The current catalogue for queries (see above). Fails when there is no
     // index, or the database is damaged (which `trova index rebuild` mends).
+    // While another process writes the index, its snapshot is taken as it
+    // is, even when older than the database: the writer brings it up to date
+    // soon, and building it here would cost far more than the answer.
     static Expected<std::shared_ptr<const Catalogue>> catalogue(const std::string& directory,
                                                                 const IndexServices& services);
+    // Where the catalogue snapshot of the index in `directory` lives.
+    static std::string snapshotPath(const std::string& directory);
+    // The snapshot as it is on disk, unchecked against the database (see
+    // Catalogue::open for what is checked).
+    static Expected<std::shared_ptr<const Catalogue>> snapshot(const std::string& directory);
 
     ~Index();
     Index(const Index&) = delete;
@@ -83,6 +91,16 @@ public:
         ImportPass::ProgressCallback importProgress;
         // Told what was mended on the way (a damaged database moved aside).
         std::function<void(const std::string&)> notice;
+        // Import what files contain after the crawl (off: the files stay
+        // pending for importPending()).
+        bool importContent = true;
+        // addRoots(): the folders are kept for names only (their files'
+        // contents are not imported, and what was imported is forgotten);
+        // adding an indexed folder again sets this either way.
+        bool namesOnly = false;
+        // Told when the crawl is done and its items are searchable (by name,
+        // size, dates and kind), before the contents are imported.
+        std::function<void(const UpdateReport&)> namesReady;
     };
 
     // Adds folders and crawls them (and imports what is new or changed, when
@@ -100,13 +118,20 @@ public:
     Expected<UpdateReport> update(const Options& options);
     // Forgets everything and crawls every root from scratch.
     Expected<UpdateReport> rebuild(const Options& options);
+    // Imports every file still waiting for its content, then writes the
+    // catalogue when anything was imported.
+    Expected<ImportReport> importPending(const Options& options);
     Expected<IndexStatus> status();
     // The status of the index in `directory`, read without the writer's lock.
     static Expected<IndexStatus> readStatus(const std::string& directory);
     // Writes the catalogue snapshot from the database.
     Expected<std::shared_ptr<const Catalogue>> refreshCatalogue();
+    // Whether the snapshot on disk was built from the database as it is now.
+    bool catalogueIsCurrent();
 
     const std::string& directory() const { return m_directory; }
+    // Whether files' content is imported (the services have an importer).
+    bool hasImporter() const { return m_services.importer != nullptr; }
     Store& store() { return *m_store; }
 
     // Cleans a folder given by the user: absolute, no "." or "..", no
@@ -133,6 +158,7 @@ private:
         }
         return operation();
     }
+    Expected<void> refreshCatalogueIfStale();
     Expected<void> writeRootsFile();
 
     std::string m_directory;

@@ -4,7 +4,9 @@
 #include "index/text_tokens.h"
 
 #include <sqlite3.h>
+#include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -23,7 +25,8 @@ CREATE TABLE roots (
   added INTEGER NOT NULL,
   crawl_started INTEGER NOT NULL DEFAULT 0,
   crawl_finished INTEGER NOT NULL DEFAULT 0,
-  complete INTEGER NOT NULL DEFAULT 0
+  complete INTEGER NOT NULL DEFAULT 0,
+  names_only INTEGER NOT NULL DEFAULT 0
 );
 CREATE TABLE mime_types (id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
 CREATE TABLE items (
@@ -53,8 +56,7 @@ CREATE INDEX items_parent_name ON items(parent, name);
 CREATE TABLE unreadable (path TEXT PRIMARY KEY NOT NULL, error INTEGER NOT NULL, seen INTEGER NOT NULL) WITHOUT ROWID;
 )sql";
 
-// Added in format 2: what importers found. The triggers forget an import
-// when its item goes or its content changes.
+// Added in format 2: what importers found.
 constexpr const char* kImportSchema = R"sql(
 CREATE TABLE imports (
   item INTEGER PRIMARY KEY,
@@ -67,19 +69,44 @@ CREATE TABLE imports (
   truncated INTEGER NOT NULL,
   attributes BLOB
 );
-CREATE VIRTUAL TABLE text_content USING fts5(text, tokenize = 'trovara', detail = none);
-CREATE VIRTUAL TABLE text_terms USING fts5vocab(text_content, row);
+)sql";
+
+// Format 3: the full text keeps no copy of the texts (docs/format/index.md
+// says why). Each text gets an id never given again, so that the words of a
+// text that went, which a full text without its texts cannot take out, name
+// no file any more. The triggers forget an import and its text when the
+// item goes or its content changes.
+constexpr const char* kTextSchema = R"sql(
+CREATE TABLE texts (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  item INTEGER NOT NULL UNIQUE,
+  bytes INTEGER NOT NULL,
+  packed BLOB
+);
+CREATE VIRTUAL TABLE text_index USING fts5(text, content = '', tokenize = 'trovara', detail = none);
+CREATE VIRTUAL TABLE text_terms USING fts5vocab(text_index, row);
 CREATE TRIGGER items_removed AFTER DELETE ON items BEGIN
   DELETE FROM imports WHERE item = old.id;
-  DELETE FROM text_content WHERE rowid = old.id;
+  DELETE FROM texts WHERE item = old.id;
 END;
 CREATE TRIGGER items_content_changed AFTER UPDATE OF kind, size, modified, device, inode ON items
 WHEN old.kind IS NOT new.kind OR old.size IS NOT new.size OR old.modified IS NOT new.modified
   OR old.device IS NOT new.device OR old.inode IS NOT new.inode
 BEGIN
   DELETE FROM imports WHERE item = old.id;
-  DELETE FROM text_content WHERE rowid = old.id;
+  DELETE FROM texts WHERE item = old.id;
 END;
+)sql";
+
+// From format 2: the texts kept whole go, and with them the imports that
+// found text, so that those files are imported again; other imports stay.
+constexpr const char* kDropFormat2Text = R"sql(
+DROP TRIGGER items_removed;
+DROP TRIGGER items_content_changed;
+DELETE FROM imports WHERE item IN (SELECT rowid FROM text_content);
+DROP TABLE text_terms;
+DROP TABLE text_content;
+ALTER TABLE roots ADD COLUMN names_only INTEGER NOT NULL DEFAULT 0;
 )sql";
 
 // The full text's tokenizer (text_tokens.h): documents give every word and
@@ -262,12 +289,14 @@ void bindItem(Statement& s, const StoredItem& item, int first)
 struct Store::Statements {
     Statement begin, commit, rollback;
     Statement insertItem, updateItem, updateNodeCount, selectItem, selectChildren, selectChild, selectAll, countItems;
+    Statement selectFolders;
     Statement deleteSubtree;
     Statement getMeta, setMeta;
     Statement selectRoots, insertRoot, updateRoot, deleteRoot;
     Statement selectMime, insertMime, allMime;
     Statement setUnreadable, clearUnreadable, allUnreadable;
-    Statement saveImport, deleteText, insertText, pendingImports, failedImports, countImports, countTexts;
+    Statement saveImport, deleteText, insertText, insertTerms, forgetContent;
+    Statement pendingImports, failedImports, countImports, countTexts;
     Statement importedAttributes, storedImport, itemPath, selectText, matchText, allTexts, allTerms;
 };
 
@@ -352,8 +381,8 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         }
     } else if (applicationId != kApplicationId) {
         return Failure{Failure::Kind::Corrupt, "index database " + path + " is not a Trovara index"};
-    } else if (formatVersion == 1 && mode == Mode::ReadWrite) {
-        if (auto upgraded = store->upgradeSchema(); !upgraded) {
+    } else if ((formatVersion == 1 || formatVersion == 2) && mode == Mode::ReadWrite) {
+        if (auto upgraded = store->upgradeSchema(static_cast<int>(formatVersion)); !upgraded) {
             return upgraded.error();
         }
     } else if (formatVersion != kFormatVersion) {
@@ -393,15 +422,18 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.selectChild, selectChild.c_str()},
         {&s.selectAll, selectAll.c_str()},
         {&s.countItems, "SELECT count(*) FROM items"},
+        {&s.selectFolders, "SELECT id, parent, name FROM items WHERE kind = 1 ORDER BY id"},
         {&s.deleteSubtree,
          "WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT items.id FROM items JOIN below ON "
          "items.parent = below.id) DELETE FROM items WHERE id IN below"},
         {&s.getMeta, "SELECT value FROM meta WHERE key = ?1"},
         {&s.setMeta, "INSERT OR REPLACE INTO meta (key, value) VALUES (?1, ?2)"},
-        {&s.selectRoots, "SELECT id, path, item, added, crawl_started, crawl_finished, complete FROM roots ORDER BY path"},
-        {&s.insertRoot, "INSERT INTO roots (path, added) VALUES (?1, ?2)"},
+        {&s.selectRoots,
+         "SELECT id, path, item, added, crawl_started, crawl_finished, complete, names_only FROM roots ORDER BY path"},
+        {&s.insertRoot, "INSERT INTO roots (path, added, names_only) VALUES (?1, ?2, ?3)"},
         {&s.updateRoot,
-         "UPDATE roots SET path = ?2, item = ?3, crawl_started = ?4, crawl_finished = ?5, complete = ?6 WHERE id = ?1"},
+         "UPDATE roots SET path = ?2, item = ?3, crawl_started = ?4, crawl_finished = ?5, complete = ?6, "
+         "names_only = ?7 WHERE id = ?1"},
         {&s.deleteRoot, "DELETE FROM roots WHERE id = ?1"},
         {&s.selectMime, "SELECT id FROM mime_types WHERE name = ?1"},
         {&s.insertMime, "INSERT INTO mime_types (name) VALUES (?1)"},
@@ -411,9 +443,13 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.allUnreadable, "SELECT path, error, seen FROM unreadable ORDER BY path"},
         {&s.saveImport,
          "INSERT OR REPLACE INTO imports (item, importer, failed, attempts, retry, error, finished, truncated, "
-         "attributes) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)"},
-        {&s.deleteText, "DELETE FROM text_content WHERE rowid = ?1"},
-        {&s.insertText, "INSERT INTO text_content (rowid, text) VALUES (?1, ?2)"},
+         "attributes) SELECT ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9 WHERE EXISTS (SELECT 1 FROM items WHERE id = ?1)"},
+        {&s.deleteText, "DELETE FROM texts WHERE item = ?1"},
+        {&s.insertText, "INSERT INTO texts (item, bytes, packed) VALUES (?1, ?2, ?3)"},
+        {&s.insertTerms, "INSERT INTO text_index (rowid, text) VALUES (?1, ?2)"},
+        {&s.forgetContent,
+         "WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT items.id FROM items JOIN below ON "
+         "items.parent = below.id) DELETE FROM imports WHERE item IN below"},
         {&s.pendingImports,
          "SELECT items.id, items.parent, items.name, items.type, coalesce(imports.attempts, 0) FROM items "
          "LEFT JOIN imports ON imports.item = items.id WHERE items.kind = 0 AND "
@@ -421,18 +457,20 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.failedImports,
          "SELECT item, importer, attempts, error, finished, truncated, retry FROM imports WHERE failed ORDER BY item"},
         {&s.countImports, "SELECT count(*), coalesce(sum(failed), 0) FROM imports"},
-        {&s.countTexts, "SELECT count(*) FROM text_content"},
+        {&s.countTexts, "SELECT count(*) FROM texts"},
         {&s.importedAttributes, "SELECT item, attributes FROM imports WHERE attributes IS NOT NULL ORDER BY item"},
         {&s.storedImport,
-         "SELECT attributes, EXISTS (SELECT 1 FROM text_content WHERE rowid = ?1) FROM imports "
+         "SELECT attributes, EXISTS (SELECT 1 FROM texts WHERE item = ?1) FROM imports "
          "WHERE item = ?1 AND NOT failed"},
         {&s.itemPath,
          "WITH RECURSIVE up(id, parent, name, depth) AS (SELECT id, parent, name, 0 FROM items WHERE id = ?1 "
          "UNION ALL SELECT items.id, items.parent, items.name, up.depth + 1 FROM items JOIN up ON items.id = up.parent) "
          "SELECT name FROM up ORDER BY depth DESC"},
-        {&s.selectText, "SELECT text FROM text_content WHERE rowid = ?1"},
-        {&s.matchText, "SELECT rowid FROM text_content WHERE text_content MATCH ?1 ORDER BY rowid"},
-        {&s.allTexts, "SELECT rowid FROM text_content ORDER BY rowid"},
+        {&s.selectText, "SELECT bytes, packed FROM texts WHERE item = ?1"},
+        {&s.matchText,
+         "SELECT texts.item FROM text_index JOIN texts ON texts.id = text_index.rowid WHERE text_index MATCH ?1 "
+         "ORDER BY texts.item"},
+        {&s.allTexts, "SELECT item FROM texts ORDER BY item"},
         {&s.allTerms, "SELECT term FROM text_terms"},
     };
     // Read-only connections prepare the writes too: it checks that the schema
@@ -466,7 +504,7 @@ Expected<void> Store::createSchema()
     }
     const std::string pragmas = "PRAGMA application_id=" + std::to_string(kApplicationId)
                                 + "; PRAGMA user_version=" + std::to_string(kFormatVersion) + ";";
-    for (const char* sql : {pragmas.c_str(), kSchema, kImportSchema,
+    for (const char* sql : {pragmas.c_str(), kSchema, kImportSchema, kTextSchema,
                             "INSERT INTO meta (key, value) VALUES ('generation', 0)", "COMMIT"}) {
         if (auto r = exec(sql); !r) {
             (void)exec("ROLLBACK");
@@ -476,19 +514,24 @@ Expected<void> Store::createSchema()
     return {};
 }
 
-Expected<void> Store::upgradeSchema()
+Expected<void> Store::upgradeSchema(int from)
 {
     if (auto r = exec("BEGIN IMMEDIATE"); !r) {
         return r;
     }
     const std::string version = "PRAGMA user_version=" + std::to_string(kFormatVersion) + ";";
-    for (const char* sql : {kImportSchema, version.c_str(), "COMMIT"}) {
+    const std::vector<const char*> steps =
+        from == 1 ? std::vector<const char*>{"ALTER TABLE roots ADD COLUMN names_only INTEGER NOT NULL DEFAULT 0;",
+                                             kImportSchema, kTextSchema, version.c_str(), "COMMIT"}
+                  : std::vector<const char*>{kDropFormat2Text, kTextSchema, version.c_str(), "COMMIT"};
+    for (const char* sql : steps) {
         if (auto r = exec(sql); !r) {
             (void)exec("ROLLBACK");
             return r;
         }
     }
-    return {};
+    // The texts that went leave their pages free: give them back.
+    return from == 2 ? exec("VACUUM") : Expected<void>();
 }
 
 Expected<void> Store::checkIntegrity()
@@ -566,6 +609,7 @@ Expected<std::vector<RootRecord>> Store::roots()
         root.lastCrawlStarted = s.integer(4);
         root.lastCrawlFinished = s.integer(5);
         root.complete = s.integer(6) != 0;
+        root.namesOnly = s.integer(7) != 0;
         list.push_back(std::move(root));
     }
     if (rc != SQLITE_DONE) {
@@ -574,12 +618,13 @@ Expected<std::vector<RootRecord>> Store::roots()
     return list;
 }
 
-Expected<StoreId> Store::addRoot(const std::string& path, Nanoseconds now)
+Expected<StoreId> Store::addRoot(const std::string& path, Nanoseconds now, bool namesOnly)
 {
     Statement& s = m_statements->insertRoot;
     Reset r{s};
     s.bindText(1, path);
     s.bind(2, now);
+    s.bind(3, namesOnly ? 1 : 0);
     if (s.step() != SQLITE_DONE) {
         return failure("adding a root");
     }
@@ -600,6 +645,7 @@ Expected<void> Store::updateRoot(const RootRecord& root)
     s.bind(4, root.lastCrawlStarted);
     s.bind(5, root.lastCrawlFinished);
     s.bind(6, root.complete ? 1 : 0);
+    s.bind(7, root.namesOnly ? 1 : 0);
     return s.step() == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("updating a root"));
 }
 
@@ -733,6 +779,19 @@ Expected<void> Store::forEachItem(const std::function<bool(StoredItem&&)>& callb
     return {};
 }
 
+Expected<void> Store::forEachFolder(const std::function<bool(StoreId, StoreId, std::string&&)>& callback)
+{
+    Statement& s = m_statements->selectFolders;
+    Reset r{s};
+    int rc;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        if (!callback(s.integer(0), s.isNull(1) ? 0 : s.integer(1), s.text(2))) {
+            return {};
+        }
+    }
+    return rc == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("reading folders"));
+}
+
 Expected<std::int64_t> Store::itemCount()
 {
     Statement& s = m_statements->countItems;
@@ -818,7 +877,7 @@ Expected<std::vector<UnreadableFolder>> Store::unreadable()
     return list;
 }
 
-Expected<void> Store::saveImport(const ImportRecord& record, const std::optional<std::string>& text)
+Expected<void> Store::saveImport(const ImportRecord& record, const std::optional<std::string>& text, bool keepCopy)
 {
     {
         Statement& s = m_statements->saveImport;
@@ -843,6 +902,9 @@ Expected<void> Store::saveImport(const ImportRecord& record, const std::optional
         if (s.step() != SQLITE_DONE) {
             return failure("recording an import");
         }
+        if (sqlite3_changes(m_db) == 0) {
+            return {};  // the item went while its file was read
+        }
     }
     {
         Statement& s = m_statements->deleteText;
@@ -855,11 +917,50 @@ Expected<void> Store::saveImport(const ImportRecord& record, const std::optional
     if (!text || text->empty()) {
         return {};
     }
-    Statement& s = m_statements->insertText;
+    std::string packed;
+    if (keepCopy) {
+        uLongf size = compressBound(static_cast<uLong>(text->size()));
+        packed.resize(size);
+        if (compress2(reinterpret_cast<Bytef*>(packed.data()), &size, reinterpret_cast<const Bytef*>(text->data()),
+                      static_cast<uLong>(text->size()), 6)
+            != Z_OK) {
+            return Failure{Failure::Kind::Internal, "cannot compress a text"};
+        }
+        packed.resize(size);
+    }
+    StoreId id = 0;
+    {
+        Statement& s = m_statements->insertText;
+        Reset r{s};
+        s.bind(1, record.item);
+        s.bind(2, static_cast<std::int64_t>(text->size()));
+        if (keepCopy) {
+            s.bindBlob(3, packed);
+        } else {
+            s.bindNull(3);
+        }
+        if (s.step() != SQLITE_DONE) {
+            return failure("storing a text");
+        }
+        id = sqlite3_last_insert_rowid(m_db);
+    }
+    Statement& s = m_statements->insertTerms;
     Reset r{s};
-    s.bind(1, record.item);
+    s.bind(1, id);
     s.bindText(2, *text);
-    return s.step() == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("storing a text"));
+    return s.step() == SQLITE_DONE ? Expected<void>() : Expected<void>(failure("indexing a text"));
+}
+
+Expected<void> Store::forgetContentBelow(StoreId item)
+{
+    Statement& s = m_statements->forgetContent;
+    Reset r{s};
+    s.bind(1, item);
+    if (s.step() != SQLITE_DONE) {
+        return failure("forgetting contents");
+    }
+    // The texts of the files whose import went, found by their items.
+    return exec("DELETE FROM texts WHERE item NOT IN (SELECT item FROM imports)");
 }
 
 Expected<std::vector<PendingImport>> Store::pendingImports(int maxAttempts)
@@ -979,19 +1080,33 @@ Expected<std::string> Store::itemPath(StoreId item)
     return path;
 }
 
-Expected<std::optional<std::string>> Store::textContent(StoreId item)
+Expected<std::optional<StoredText>> Store::storedText(StoreId item)
 {
     Statement& s = m_statements->selectText;
     Reset r{s};
     s.bind(1, item);
     const int rc = s.step();
-    if (rc == SQLITE_ROW) {
-        return std::optional<std::string>(s.text(0));
-    }
     if (rc == SQLITE_DONE) {
-        return std::optional<std::string>();
+        return std::optional<StoredText>();
     }
-    return failure("reading a text");
+    if (rc != SQLITE_ROW) {
+        return failure("reading a text");
+    }
+    StoredText stored;
+    stored.bytes = s.integer(0);
+    if (!s.isNull(1)) {
+        const std::string packed = s.text(1);
+        std::string text(static_cast<std::size_t>(std::max<std::int64_t>(stored.bytes, 0)), '\0');
+        uLongf size = static_cast<uLongf>(text.size());
+        if (uncompress(reinterpret_cast<Bytef*>(text.data()), &size, reinterpret_cast<const Bytef*>(packed.data()),
+                       static_cast<uLong>(packed.size()))
+                != Z_OK
+            || size != text.size()) {
+            return Failure{Failure::Kind::Corrupt, "index database " + m_path + ": a stored text is damaged"};
+        }
+        stored.copy = std::move(text);
+    }
+    return std::optional<StoredText>(std::move(stored));
 }
 
 namespace {

@@ -50,6 +50,7 @@ struct RootRecord {
     Nanoseconds lastCrawlStarted = 0;
     Nanoseconds lastCrawlFinished = 0;  // 0: never finished
     bool complete = false;              // the last crawl ran to its end
+    bool namesOnly = false;             // its files' contents are not imported
 };
 
 struct UnreadableFolder {
@@ -90,6 +91,13 @@ struct StoredImport {
     bool hasText = false;
 };
 
+// What the index keeps of a file's text: its length, and a copy when the
+// text cannot be read back from the file.
+struct StoredText {
+    std::int64_t bytes = 0;
+    std::optional<std::string> copy;
+};
+
 struct ImportCounts {
     std::int64_t imported = 0;  // files with an import record that did not fail
     std::int64_t failed = 0;
@@ -101,9 +109,9 @@ public:
     // "TrIx" in the SQLite header's application id field.
     static constexpr std::int32_t kApplicationId = 0x54724978;
     // Bumped whenever an older reader could misread the database. A
-    // database of version 1 (no imports) is brought to version 2 in place
-    // when it is opened for writing.
-    static constexpr int kFormatVersion = 2;
+    // database of version 1 (no imports) or 2 (texts kept whole) is brought
+    // to version 3 in place when it is opened for writing.
+    static constexpr int kFormatVersion = 3;
 
     enum class Mode { ReadOnly, ReadWrite };
 
@@ -135,7 +143,7 @@ public:
 
     // Roots.
     Expected<std::vector<RootRecord>> roots();
-    Expected<StoreId> addRoot(const std::string& path, Nanoseconds now);
+    Expected<StoreId> addRoot(const std::string& path, Nanoseconds now, bool namesOnly = false);
     Expected<void> updateRoot(const RootRecord& root);
     // Removes the root and all its items.
     Expected<void> removeRoot(StoreId root);
@@ -154,6 +162,8 @@ public:
     // that), delivered one by one; the callback returns false to stop.
     Expected<void> forEachItem(const std::function<bool(StoredItem&&)>& callback);
     Expected<std::int64_t> itemCount();
+    // Every folder's id, parent (0 for a root's) and name, parents first.
+    Expected<void> forEachFolder(const std::function<bool(StoreId id, StoreId parent, std::string&& name)>& callback);
 
     // MIME types are interned: each distinct name has a small id.
     Expected<std::int32_t> internMimeType(const std::string& mime);
@@ -165,8 +175,14 @@ public:
     Expected<std::vector<UnreadableFolder>> unreadable();
 
     // Imports. saveImport() replaces the file's record and its text (none:
-    // no text content).
-    Expected<void> saveImport(const ImportRecord& record, const std::optional<std::string>& text);
+    // no text content); it records nothing for an item that is gone. The
+    // full text takes the text's words; a copy of the text itself is kept
+    // (compressed) only when `keepCopy`, for texts that cannot be read
+    // back from the file cheaply (see TextIndex::text()).
+    Expected<void> saveImport(const ImportRecord& record, const std::optional<std::string>& text,
+                              bool keepCopy = true);
+    // Forgets what the imports of the files at or below the item found.
+    Expected<void> forgetContentBelow(StoreId item);
     // Regular files to import (by id), leaving out files that failed
     // `maxAttempts` times.
     Expected<std::vector<PendingImport>> pendingImports(int maxAttempts);
@@ -181,7 +197,7 @@ public:
 
     // Full text (see text_tokens.h for its terms). textMatches() takes an
     // FTS5 query and gives the ids of the matching files, ascending.
-    Expected<std::optional<std::string>> textContent(StoreId item);
+    Expected<std::optional<StoredText>> storedText(StoreId item);
     Expected<std::vector<StoreId>> textMatches(const std::string& query);
     Expected<std::vector<StoreId>> itemsWithText();
     // Every distinct term of the full text, in byte order.
@@ -198,7 +214,7 @@ private:
     Store() = default;
     Expected<void> exec(const char* sql);
     Expected<void> createSchema();
-    Expected<void> upgradeSchema();
+    Expected<void> upgradeSchema(int from);
     Failure failure(const char* what) const;
 
     std::string m_path;

@@ -1,5 +1,7 @@
 #include "index/text_index.h"
 
+#include "index/text/encoding.h"
+
 #include <algorithm>
 #include <map>
 #include <sys/stat.h>
@@ -58,7 +60,26 @@ TextIndex* TextIndex::forThisThread(const std::string& databasePath)
 
 Expected<std::optional<std::string>> TextIndex::text(std::int64_t item)
 {
-    return m_store->textContent(item);
+    Expected<std::optional<StoredText>> stored = m_store->storedText(item);
+    if (!stored) {
+        return stored.error();
+    }
+    if (!*stored) {
+        return std::optional<std::string>();
+    }
+    if ((*stored)->copy) {
+        return std::optional<std::string>(std::move((*stored)->copy));
+    }
+    // Read back from the file as the plain text importer read it.
+    Expected<std::string> path = m_store->itemPath(item);
+    if (!path) {
+        return path.error();
+    }
+    Expected<text::DecodedText> read = text::readTextFile(*path, static_cast<std::size_t>((*stored)->bytes));
+    if (!read) {
+        return std::optional<std::string>();  // gone or unreadable now: no text to match
+    }
+    return std::optional<std::string>(std::move(read->text));
 }
 
 Expected<std::vector<std::int64_t>> TextIndex::itemsWithTerm(std::string_view term)

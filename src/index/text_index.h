@@ -25,7 +25,8 @@ public:
     // opened (no index yet, or a damaged one).
     static TextIndex* forThisThread(const std::string& databasePath);
 
-    // The file's text content, if it has one.
+    // The file's text content, if it has one: the copy the index keeps, or,
+    // for plain text (whose copy it does not keep), the file read again.
     Expected<std::optional<std::string>> text(std::int64_t item);
 
     // Ids (ascending) of the files with a term equal to `term`, or beginning

@@ -88,6 +88,7 @@ public:
         const std::uint32_t count = static_cast<std::uint32_t>(scan.entries.size());
         if (!before || m_nodeCounts[folder] != count) {
             check(m_store.updateNodeCount(folder, count), "counting");
+            m_changed = true;
         }
         ++m_progressState.folders;
         m_progressState.entries += scan.entries.size();
@@ -115,6 +116,8 @@ public:
     }
 
     UpdateReport& report() { return m_report; }
+    // Whether anything searches see was written.
+    bool changedAnything() const { return m_changed || m_report.added || m_report.changed || m_report.removed; }
     const std::optional<Failure>& failure() const { return m_failure; }
 
     void setNodeCounts(std::unordered_map<StoreId, std::uint32_t> counts) { m_nodeCounts = std::move(counts); }
@@ -176,6 +179,7 @@ private:
                     self.attributes = (*existing)->attributes;
                     if (!sameSignature((*existing)->info, self.info)) {
                         check(m_store.updateItem(self), "updating");
+                        m_changed = true;
                     }
                     return self.id;
                 }
@@ -214,6 +218,7 @@ private:
                 updated.info.invisible = entry.info.invisible;
                 updated.info.accessed = entry.info.accessed;
                 check(m_store.updateItem(updated), "updating");
+                m_changed = m_changed || known->item.info.invisible != entry.info.invisible;
             }
             return;
         }
@@ -257,6 +262,9 @@ private:
             return;
         }
         m_committedAt = m_written;
+        if (changedAnything()) {
+            check(m_store.bumpGeneration(), "committing");
+        }
         check(m_store.commit(), "committing");
         check(m_store.begin(), "committing");
     }
@@ -272,6 +280,7 @@ private:
     UpdateProgress m_progressState;
     std::uint64_t m_written = 0;
     std::uint64_t m_committedAt = 0;
+    bool m_changed = false;
     std::optional<Failure> m_failure;
 };
 
@@ -350,10 +359,16 @@ Expected<UpdateReport> Updater::updateRoot(RootRecord& root, int threads)
     if (root.complete) {
         root.lastCrawlFinished = nowNanoseconds();
     }
-    for (const Expected<void>& step : {m_store.updateRoot(root), m_store.bumpGeneration()}) {
-        if (!step) {
+    // The generation moves only when searches would see a difference, so
+    // that an update of an unchanged tree leaves the catalogue as it is.
+    if (auto recorded = m_store.updateRoot(root); !recorded) {
+        m_store.rollback();
+        return recorded.error();
+    }
+    if (sink.changedAnything()) {
+        if (auto bumped = m_store.bumpGeneration(); !bumped) {
             m_store.rollback();
-            return step.error();
+            return bumped.error();
         }
     }
     if (auto committed = m_store.commit(); !committed) {

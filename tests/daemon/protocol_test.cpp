@@ -53,7 +53,7 @@ ItemRecord sampleItem()
 std::vector<Message> samples()
 {
     Request hello{MessageType::Hello, 1, kProtocolVersion, {}};
-    Request add{MessageType::AddRoots, 2, 0, {"/home/ann", "/srv/data with spaces"}};
+    Request add{MessageType::AddRoots, 2, 0, {"/home/ann", "/srv/data with spaces"}, true};
     Request shutdown{MessageType::Shutdown, 99, 0, {}};
 
     Reply welcome;
@@ -66,13 +66,13 @@ std::vector<Message> samples()
     Reply status;
     status.id = 3;
     status.answers = MessageType::Status;
-    status.status.roots = {{1, "/home/ann", 7, 10, 20, 30, true}, {2, "/srv", 0, 11, 21, 0, false}};
+    status.status.roots = {{1, "/home/ann", 7, 10, 20, 30, true, false}, {2, "/srv", 0, 11, 21, 0, false, true}};
     status.status.items = 200000;
     status.status.databaseBytes = 50'000'000;
     status.status.catalogueBytes = 28'000'000;
     status.status.lastUpdate = 30;
     status.status.unreadable = {{"/home/ann/private", 13}};
-    status.figures = {4242, 3, 1, 20000, 15, 60000, 987, 45'000'000, 1'700'000'000'000'000'000, true};
+    status.figures = {4242, 3, 1, 20000, 15, 60000, 987, 45'000'000, 1'700'000'000'000'000'000, true, 1500, 300};
 
     Reply report;
     report.id = 2;
@@ -114,6 +114,7 @@ TEST(Protocol, EveryMessageSurvivesTheTripThroughBytes)
             EXPECT_EQ(back.id, request->id);
             EXPECT_EQ(back.version, request->version);
             EXPECT_EQ(back.paths, request->paths);
+            EXPECT_EQ(back.namesOnly, request->namesOnly);
         } else if (const auto* reply = std::get_if<Reply>(&message)) {
             const auto& back = std::get<Reply>(decoded);
             EXPECT_EQ(back.id, reply->id);
@@ -132,6 +133,7 @@ TEST(Protocol, EveryMessageSurvivesTheTripThroughBytes)
             for (std::size_t i = 0; i < back.status.roots.size(); ++i) {
                 EXPECT_EQ(back.status.roots[i].path, reply->status.roots[i].path);
                 EXPECT_EQ(back.status.roots[i].complete, reply->status.roots[i].complete);
+                EXPECT_EQ(back.status.roots[i].namesOnly, reply->status.roots[i].namesOnly);
                 EXPECT_EQ(back.status.roots[i].lastCrawlFinished, reply->status.roots[i].lastCrawlFinished);
             }
             EXPECT_EQ(back.status.items, reply->status.items);
@@ -142,6 +144,8 @@ TEST(Protocol, EveryMessageSurvivesTheTripThroughBytes)
             EXPECT_EQ(back.figures.pid, reply->figures.pid);
             EXPECT_EQ(back.figures.residentBytes, reply->figures.residentBytes);
             EXPECT_EQ(back.figures.caughtUp, reply->figures.caughtUp);
+            EXPECT_EQ(back.figures.importsWaiting, reply->figures.importsWaiting);
+            EXPECT_EQ(back.figures.importsDone, reply->figures.importsDone);
         } else {
             const auto& sent = std::get<ChangesEvent>(message);
             const auto& back = std::get<ChangesEvent>(decoded);

@@ -154,6 +154,10 @@ int status(const GlobalOptions& global)
                 static_cast<unsigned long long>(f.watchedFolders), static_cast<unsigned long long>(f.polledFolders),
                 static_cast<unsigned long long>(f.watchBudget));
     std::printf("changes applied: %llu\n", static_cast<unsigned long long>(f.changesApplied));
+    if (f.importsWaiting) {
+        std::printf("importing what files contain: %llu done, %llu to go\n",
+                    static_cast<unsigned long long>(f.importsDone), static_cast<unsigned long long>(f.importsWaiting));
+    }
     std::printf("clients: %llu (%llu following changes)\n", static_cast<unsigned long long>(f.clients),
                 static_cast<unsigned long long>(f.subscribers));
     std::printf("memory: %s resident\n", formatBytes(f.residentBytes).c_str());

@@ -290,7 +290,7 @@ int runDocument(const GlobalOptions& global, const QString& path)
     if (isFolder(path)) {
         return 1;
     }
-    std::unique_ptr<index::QuerySource> source = openLiveSource(global);
+    std::unique_ptr<index::QuerySource> source = openLiveSource(global, false);
     if (!source) {
         return 1;
     }

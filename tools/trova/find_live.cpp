@@ -39,10 +39,11 @@ const std::string& pathOf(const std::shared_ptr<void>& result)
 
 }  // namespace
 
-std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global)
+std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global, bool followChanges)
 {
     daemon::QuerySourceOptions options;
     options.notice = [](const std::string& message) { printError(QString::fromStdString(message)); };
+    options.followChanges = followChanges;
     index::Expected<std::unique_ptr<index::QuerySource>> source =
         daemon::openQuerySource(global.indexDirectory, indexServices(), options);
     if (!source) {
@@ -54,7 +55,7 @@ std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global)
 
 int findLive(const GlobalOptions& global, const std::string& query, const std::vector<std::string>& scopes, bool nul)
 {
-    std::unique_ptr<index::QuerySource> source = openLiveSource(global);
+    std::unique_ptr<index::QuerySource> source = openLiveSource(global, true);
     if (!source) {
         return 1;
     }

@@ -183,8 +183,9 @@ int printStatus(const index::Expected<index::IndexStatus>& status, const std::st
     } else {
         std::printf("roots:\n");
         for (const index::RootRecord& root : status->roots) {
-            std::printf("  %s  (%s, crawled %s)\n", root.path.c_str(),
+            std::printf("  %s  (%s%s, crawled %s)\n", root.path.c_str(),
                         root.complete ? "complete" : (root.item ? "incomplete" : "not crawled yet"),
+                        root.namesOnly ? ", names only" : "",
                         formatTime(root.lastCrawlFinished ? root.lastCrawlFinished : root.lastCrawlStarted).c_str());
         }
     }
@@ -213,9 +214,10 @@ int printStatus(const index::Expected<index::IndexStatus>& status, const std::st
 
 // The same, carried out by the daemon that holds the index.
 int viaDaemon(daemon::Connection& connection, const QString& verb, const std::vector<std::string>& folders,
-              const std::string& directory)
+              bool namesOnly, const std::string& directory)
 {
     daemon::Request request;
+    request.namesOnly = namesOnly;
     request.type = verb == QLatin1String("add")      ? daemon::MessageType::AddRoots
                    : verb == QLatin1String("remove") ? daemon::MessageType::RemoveRoots
                    : verb == QLatin1String("update") ? daemon::MessageType::Update
@@ -242,10 +244,17 @@ int viaDaemon(daemon::Connection& connection, const QString& verb, const std::ve
     case daemon::MessageType::RemoveRoots:
         return 0;
     default:
-        return finishUpdate(reply->report, verb == QLatin1String("add")      ? "added"
-                                           : verb == QLatin1String("update") ? "updated"
-                                                                             : "rebuilt");
+        break;
     }
+    const int status = finishUpdate(reply->report, verb == QLatin1String("add")      ? "added"
+                                                   : verb == QLatin1String("update") ? "updated"
+                                                                                     : "rebuilt");
+    if (status == 0) {
+        std::fputs("trova: the daemon imports what files contain in the background (trova daemon status shows how "
+                   "far it is)\n",
+                   stderr);
+    }
+    return status;
 }
 
 }  // namespace
@@ -253,25 +262,30 @@ int viaDaemon(daemon::Connection& connection, const QString& verb, const std::ve
 int indexCommand(const GlobalOptions& global, const QStringList& arguments)
 {
     if (arguments.isEmpty()) {
-        printError(QStringLiteral("usage: trova index add|remove DIR… | update | rebuild | status"));
+        printError(QStringLiteral("usage: trova index add [--names-only] DIR… | remove DIR… | update | rebuild | status"));
         return 2;
     }
     const QString verb = arguments.front();
     std::vector<std::string> folders;
+    bool namesOnly = false;
     for (const QString& argument : arguments.mid(1)) {
+        if (argument == QLatin1String("--names-only") && verb == QLatin1String("add")) {
+            namesOnly = true;
+            continue;
+        }
         folders.push_back(localBytes(argument));
     }
     const bool needsFolders = verb == QLatin1String("add") || verb == QLatin1String("remove");
     const bool known = needsFolders || verb == QLatin1String("update") || verb == QLatin1String("rebuild")
                        || verb == QLatin1String("status");
     if (!known || needsFolders == folders.empty()) {
-        printError(QStringLiteral("usage: trova index add|remove DIR… | update | rebuild | status"));
+        printError(QStringLiteral("usage: trova index add [--names-only] DIR… | remove DIR… | update | rebuild | status"));
         return 2;
     }
 
     bool daemonFailed = false;
     if (std::unique_ptr<daemon::Connection> daemon = connectToDaemon(global, &daemonFailed)) {
-        return viaDaemon(*daemon, verb, folders, global.indexDirectory);
+        return viaDaemon(*daemon, verb, folders, namesOnly, global.indexDirectory);
     }
     if (daemonFailed) {
         return 1;
@@ -303,12 +317,24 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
     ProgressLine progress;
     index::Index::Options options;
     options.cancel = &g_interrupted;
+    options.namesOnly = namesOnly;
     options.progress = [&](const index::UpdateProgress& p) { progress.show(p); };
     options.importProgress = [&](const index::ImportProgress& p) { progress.showImport(p); };
     options.notice = [&](const std::string& notice) {
         progress.clear();
         printError(QString::fromStdString(notice));
     };
+    const auto started = std::chrono::steady_clock::now();
+    if (verb != QLatin1String("update")) {
+        options.namesReady = [&](const index::UpdateReport& crawled) {
+            progress.clear();
+            const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+            std::fprintf(stderr, "searchable by name, size, date and kind: %llu folders, %llu files (%.1f s)%s\n",
+                         static_cast<unsigned long long>(crawled.crawl.folders),
+                         static_cast<unsigned long long>(crawled.crawl.files), seconds,
+                         index.hasImporter() ? "; now importing what files contain" : "");
+        };
+    }
     index::Expected<index::UpdateReport> report = verb == QLatin1String("add")      ? index.addRoots(folders, options)
                                                   : verb == QLatin1String("update") ? index.update(options)
                                                                                     : index.rebuild(options);

@@ -11,8 +11,10 @@
 
 namespace trovara::cli {
 
-// An index to run live queries on, or an error already printed.
-std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global);
+// An index to run queries on, or an error already printed. Queries that
+// follow changes (`followChanges`) get the daemon, else an engine of their
+// own; those that run once get the daemon, else the index as it is.
+std::unique_ptr<index::QuerySource> openLiveSource(const GlobalOptions& global, bool followChanges);
 
 // `trova find -live`: the results, then "+ PATH", "- PATH", "~ PATH" for
 // every change, until interrupted.

@@ -181,7 +181,7 @@ int searchCommand(const GlobalOptions& global, const QStringList& arguments)
         printError(QStringLiteral("invalid query: %1").arg(QString::fromStdString(text.error().message)));
         return 1;
     }
-    std::unique_ptr<index::QuerySource> source = openLiveSource(global);
+    std::unique_ptr<index::QuerySource> source = openLiveSource(global, options.live);
     if (!source) {
         return 1;
     }

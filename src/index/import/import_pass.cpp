@@ -1,12 +1,56 @@
 #include "index/import/import_pass.h"
 
+#include "index/text/encoding.h"
 #include "index/updater.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace trovara::index {
 
 namespace {
+
+// Whether reading the file as plain text gives the imported text back, so
+// that the index need not keep a copy of it (TextIndex::text reads it again).
+bool readsBack(const ImportJob& job, const std::string& text)
+{
+    if (job.importer != "text") {
+        return false;
+    }
+    Expected<text::DecodedText> again = text::readTextFile(job.path, text.size());
+    return again && again->text == text;
+}
+
+Expected<void> save(Store& store, const ImportRecord& record, const ImportJob& job, const ImportOutcome& outcome)
+{
+    if (!outcome.imported || !outcome.text || outcome.text->empty()) {
+        return store.saveImport(record, std::nullopt);
+    }
+    return store.saveImport(record, outcome.text, !readsBack(job, *outcome.text));
+}
+
+// Whether a file's content is wanted: not below a root kept for names only.
+using ContentWanted = std::function<bool(const std::string& path)>;
+
+Expected<ContentWanted> contentWanted(Store& store)
+{
+    Expected<std::vector<RootRecord>> roots = store.roots();
+    if (!roots) {
+        return roots.error();
+    }
+    std::vector<std::string> namesOnly;
+    for (const RootRecord& root : *roots) {
+        if (root.namesOnly) {
+            namesOnly.push_back(root.path);
+        }
+    }
+    return ContentWanted([namesOnly](const std::string& path) {
+        return std::none_of(namesOnly.begin(), namesOnly.end(), [&](const std::string& root) {
+            return root == "/" || path == root
+                   || (path.size() > root.size() && path.compare(0, root.size(), root) == 0 && path[root.size()] == '/');
+        });
+    });
+}
 
 constexpr std::uint64_t kFilesPerTransaction = 500;
 constexpr auto kTransactionTime = std::chrono::seconds(2);
@@ -65,26 +109,44 @@ ImportRecord ImportPass::record(const ImportJob& job, int attemptsBefore, Import
 Expected<ImportReport> ImportPass::importPending(const std::atomic<bool>* cancel, const ProgressCallback& progress)
 {
     ImportReport report;
-    Expected<std::vector<PendingImport>> pending = m_store.pendingImports(kMaxImportAttempts);
+    Expected<std::vector<Pending>> pending = pendingFiles(&report.unavailable);
     if (!pending) {
         return pending.error();
     }
     if (pending->empty()) {
         return report;
     }
+    return importListed(std::move(*pending), cancel, progress);
+}
+
+Expected<std::vector<ImportPass::Pending>> ImportPass::pendingFiles(std::string* unavailable)
+{
+    std::vector<Pending> files;
+    Expected<std::vector<PendingImport>> pending = m_store.pendingImports(kMaxImportAttempts);
+    if (!pending) {
+        return pending.error();
+    }
+    if (pending->empty()) {
+        return files;
+    }
     Expected<std::vector<std::string>> mimeTypes = m_store.mimeTypes();
     if (!mimeTypes) {
         return mimeTypes.error();
     }
     if (auto loaded = loadImporters(); !loaded) {
-        report.unavailable = loaded.error().message;
-        return report;
+        if (unavailable) {
+            *unavailable = loaded.error().message;
+        }
+        return files;
+    }
+
+    Expected<ContentWanted> wanted = contentWanted(m_store);
+    if (!wanted) {
+        return wanted.error();
     }
 
     // Folder paths, looked up once per folder.
     std::unordered_map<StoreId, std::string> folders;
-    std::vector<ImportJob> jobs;
-    std::unordered_map<std::int64_t, int> attempts;
     for (const PendingImport& file : *pending) {
         const auto type = static_cast<std::size_t>(file.type);
         const std::string& mime = type < mimeTypes->size() ? (*mimeTypes)[type] : std::string();
@@ -100,16 +162,37 @@ Expected<ImportReport> ImportPass::importPending(const std::atomic<bool>* cancel
             }
             folder = folders.emplace(file.parent, std::move(*path)).first;
         }
-        ImportJob job;
-        job.item = file.id;
-        job.path = folder->second == "/" ? "/" + file.name : folder->second + "/" + file.name;
-        job.mimeType = mime;
-        job.importer = importer->name;
-        attempts[file.id] = file.attempts;
-        jobs.push_back(std::move(job));
+        Pending listed;
+        listed.job.item = file.id;
+        listed.job.path = folder->second == "/" ? "/" + file.name : folder->second + "/" + file.name;
+        if (!(*wanted)(listed.job.path)) {
+            continue;
+        }
+        listed.job.mimeType = mime;
+        listed.job.importer = importer->name;
+        listed.attempts = file.attempts;
+        files.push_back(std::move(listed));
     }
-    if (jobs.empty()) {
+    return files;
+}
+
+Expected<ImportReport> ImportPass::importListed(std::vector<Pending> files, const std::atomic<bool>* cancel,
+                                                const ProgressCallback& progress)
+{
+    ImportReport report;
+    if (files.empty()) {
         return report;
+    }
+    if (auto loaded = loadImporters(); !loaded) {
+        report.unavailable = loaded.error().message;
+        return report;
+    }
+    std::vector<ImportJob> jobs;
+    std::unordered_map<std::int64_t, int> attempts;
+    jobs.reserve(files.size());
+    for (Pending& file : files) {
+        attempts[file.job.item] = file.attempts;
+        jobs.push_back(std::move(file.job));
     }
 
     ImportProgress state;
@@ -145,7 +228,7 @@ Expected<ImportReport> ImportPass::importPending(const std::atomic<bool>* cancel
                 openedAt = std::chrono::steady_clock::now();
             }
             const ImportRecord written = record(job, attempts[job.item], outcome);
-            if (auto saved = m_store.saveImport(written, outcome.imported ? outcome.text : std::nullopt); !saved) {
+            if (auto saved = save(m_store, written, job, outcome); !saved) {
                 m_store.rollback();
                 open = false;
                 failure = saved.error();
@@ -189,8 +272,15 @@ Expected<std::vector<ImportedFile>> ImportPass::importFiles(const std::vector<Fi
     if (auto loaded = loadImporters(); !loaded) {
         return results;
     }
+    Expected<ContentWanted> wanted = contentWanted(m_store);
+    if (!wanted) {
+        return wanted.error();
+    }
     std::vector<ImportJob> jobs;
     for (const File& file : files) {
+        if (!(*wanted)(file.path)) {
+            continue;
+        }
         if (const ImporterInfo* importer = importerForMime(file.mimeType)) {
             jobs.push_back({file.item, file.path, file.mimeType, importer->name});
         }
@@ -202,7 +292,7 @@ Expected<std::vector<ImportedFile>> ImportPass::importFiles(const std::vector<Fi
         }
         // The file's content just changed, which dropped any earlier record.
         const ImportRecord written = record(job, 0, outcome);
-        if (auto saved = m_store.saveImport(written, outcome.imported ? outcome.text : std::nullopt); !saved) {
+        if (auto saved = save(m_store, written, job, outcome); !saved) {
             failure = saved.error();
             return;
         }

@@ -1,7 +1,8 @@
 // Bringing the imports in step with the items: every regular file whose
 // type an importer serves and that has no import record yet (new, or its
 // content changed, which drops the record) is imported, and what came back
-// is written: the attributes, the text, or the failure.
+// is written: the attributes, the text, or the failure. Files below a root
+// kept for names only are left alone.
 //
 // Failures are kept with the number of tries. A failure that another try
 // might mend (a crash, a hang, too much memory) is tried again on later
@@ -66,6 +67,18 @@ public:
     // told in ImportReport::unavailable.
     Expected<ImportReport> importPending(const std::atomic<bool>* cancel = nullptr,
                                          const ProgressCallback& progress = {});
+
+    // The same in steps: the files waiting for an import (those an importer
+    // serves), then the import of any of them, in its own transactions. A
+    // file that changed or went since it was listed is recorded as it is
+    // now (or not at all).
+    struct Pending {
+        ImportJob job;
+        int attempts = 0;  // failed tries so far
+    };
+    Expected<std::vector<Pending>> pendingFiles(std::string* unavailable = nullptr);
+    Expected<ImportReport> importListed(std::vector<Pending> files, const std::atomic<bool>* cancel = nullptr,
+                                        const ProgressCallback& progress = {});
 
     // Imports the given files (items just written) inside the caller's open
     // transaction; files without an importer are left alone. Fails only

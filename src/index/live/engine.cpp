@@ -140,9 +140,17 @@ public:
             }
             watchNewRoot(*canonical);
         }
-        Expected<UpdateReport> report = m_live->addRoots(folders, options);
+        Expected<UpdateReport> report = m_live->addRoots(folders, crawlOptions(options));
+        startImports();
         syncWatches();
         recordWatcherFigures();
+        return report;
+    }
+
+    Expected<UpdateReport> update(const Index::Options& options)
+    {
+        Expected<UpdateReport> report = m_live->update(crawlOptions(options));
+        startImports();
         return report;
     }
 
@@ -156,9 +164,82 @@ public:
 
     Expected<UpdateReport> rebuild(const Index::Options& options)
     {
-        Expected<UpdateReport> report = m_live->rebuild(options);
+        Expected<UpdateReport> report = m_live->rebuild(crawlOptions(options));
+        startImports();
         syncWatches();
         return report;
+    }
+
+    void postUrgent(std::function<void(LiveIndex*)> work)
+    {
+        {
+            std::lock_guard lock(m_tasksMutex);
+            m_urgent.push_back(std::move(work));
+        }
+        wake();
+    }
+
+    // Imports a few files, and shows what was imported now and then.
+    void importStep()
+    {
+        Expected<std::size_t> waiting = m_live->importSome(kImportSlice, &m_stopping);
+        if (!waiting) {
+            tell("cannot import files' content: " + waiting.error().message);
+            m_importing = false;
+        } else if (*waiting == 0) {
+            m_importing = false;
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (!m_importing || now >= m_lastImportPublished + m_options.importPublishInterval) {
+            if (Expected<void> published = m_live->publishImports(); !published) {
+                tell("cannot show what was imported: " + published.error().message);
+            }
+            m_lastImportPublished = now;
+        }
+        recordImportFigures();
+    }
+
+    // Everything that waits, the imports included (for sync()).
+    void finishAll()
+    {
+        step();
+        while (m_importing && !m_stopping.load()) {
+            importStep();
+        }
+    }
+
+    // The caller's options for a crawl the engine runs: contents are
+    // imported afterwards in the background, and the crawl stops with the
+    // engine; urgent work is done wherever it stands.
+    Index::Options crawlOptions(const Index::Options& given)
+    {
+        Index::Options options = given;
+        options.importContent = false;
+        if (!options.cancel) {
+            options.cancel = &m_stopping;
+        }
+        options.progress = [this, progress = given.progress](const UpdateProgress& state) {
+            if (progress) {
+                progress(state);
+            }
+            runUrgent(nullptr);
+        };
+        return options;
+    }
+
+    void startImports()
+    {
+        if (m_options.importContent && m_live->services().importer) {
+            m_importing = true;
+            m_lastImportPublished = std::chrono::steady_clock::now();
+        }
+    }
+
+    void recordImportFigures()
+    {
+        std::lock_guard lock(m_statisticsMutex);
+        m_statistics.importsWaiting = m_live->importsWaiting();
+        m_statistics.importsDone = m_live->importsDone();
     }
 
     void applyWatcherChanges()
@@ -198,7 +279,7 @@ public:
         recordWatcherFigures();
         if (m_recrawl) {
             m_recrawl = false;
-            if (Expected<UpdateReport> updated = m_live->update({}); !updated) {
+            if (Expected<UpdateReport> updated = update({}); !updated) {
                 tell("cannot bring the index up to date: " + updated.error().message);
             }
         }
@@ -296,8 +377,27 @@ private:
         }
     }
 
+    // Urgent work: with the index between operations, without it (nullptr)
+    // from inside one.
+    void runUrgent(LiveIndex* live)
+    {
+        for (;;) {
+            std::function<void(LiveIndex*)> task;
+            {
+                std::lock_guard lock(m_tasksMutex);
+                if (m_urgent.empty()) {
+                    return;
+                }
+                task = std::move(m_urgent.front());
+                m_urgent.pop_front();
+            }
+            task(live);
+        }
+    }
+
     void runTasks()
     {
+        runUrgent(m_live.get());
         for (;;) {
             std::function<void()> task;
             {
@@ -321,6 +421,9 @@ private:
                 timeout = std::max<long long>(0, (deadline - wallNow()) / 1'000'000 + 1);
             }
         }
+        if (m_importing) {
+            return 0;
+        }
         if (m_live->hasUnsavedChanges()) {
             const auto due = m_lastChange + m_options.checkpointDelay;
             const long long wait = std::max<long long>(
@@ -333,12 +436,18 @@ private:
 
     void run()
     {
+        // Queries see the snapshot as it is meanwhile.
+        if (Expected<void> prepared = m_live->prepare(); !prepared) {
+            tell("cannot read the index: " + prepared.error().message);
+        }
         syncWatches();
         recordWatcherFigures();
-        if (m_options.catchUp) {
-            if (Expected<UpdateReport> updated = m_live->update({}); !updated) {
+        if (m_options.catchUp && !m_stopping.load()) {
+            if (Expected<UpdateReport> updated = update({}); !updated) {
                 tell("cannot bring the index up to date: " + updated.error().message);
             }
+        } else {
+            startImports();  // whatever an earlier run left waiting
         }
         {
             std::lock_guard lock(m_statisticsMutex);
@@ -358,6 +467,9 @@ private:
             }
             step();
             runTasks();
+            if (m_importing && !m_stopping.load()) {
+                importStep();
+            }
         }
         runTasks();  // nobody waits forever for a task that came too late
     }
@@ -371,9 +483,14 @@ private:
     std::atomic<bool> m_stopping{false};
     bool m_recrawl = false;
     std::chrono::steady_clock::time_point m_lastChange;
+    bool m_importing = false;
+    std::chrono::steady_clock::time_point m_lastImportPublished;
+    // Files imported in one step between other work.
+    static constexpr std::size_t kImportSlice = 64;
 
     std::mutex m_tasksMutex;
     std::deque<std::function<void()>> m_tasks;
+    std::deque<std::function<void(LiveIndex*)>> m_urgent;
 
     std::mutex m_statisticsMutex;
     EngineStatistics m_statistics;
@@ -448,8 +565,18 @@ Expected<UpdateReport> IndexEngine::rebuildOnEngine(const Index::Options& option
 Expected<UpdateReport> IndexEngine::update(const Index::Options& options)
 {
     Expected<UpdateReport> report = Failure{Failure::Kind::Interrupted, "the index engine stopped"};
-    runOnEngine([&](LiveIndex& live) { report = live.update(options); });
+    runOnEngine([&](LiveIndex&) { report = m_impl->update(options); });
     return report;
+}
+
+Expected<UpdateReport> IndexEngine::updateOnEngine(const Index::Options& options)
+{
+    return m_impl->update(options);
+}
+
+void IndexEngine::postUrgent(std::function<void(LiveIndex*)> work)
+{
+    m_impl->postUrgent(std::move(work));
 }
 
 Expected<IndexStatus> IndexEngine::status()
@@ -466,7 +593,7 @@ void IndexEngine::runOnEngine(const std::function<void(LiveIndex&)>& work)
 
 void IndexEngine::sync()
 {
-    runOnEngine([this](LiveIndex&) { m_impl->step(); });
+    runOnEngine([this](LiveIndex&) { m_impl->finishAll(); });
 }
 
 EngineStatistics IndexEngine::statistics()

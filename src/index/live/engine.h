@@ -3,6 +3,15 @@
 // snapshot when things have been quiet for a while, and runs the operations
 // asked of it (add, remove or crawl roots again) between changes.
 //
+// It answers at once: start() returns as soon as the index is locked and
+// its snapshot mapped, and queries see the index as it is while the engine
+// catches up (reads the folders, crawls the roots for what changed while
+// nobody watched) in the background; what the catch-up finds reaches
+// subscribers as changes. Root operations return once names, sizes, dates
+// and kinds are searchable; what files contain is imported afterwards, a
+// few files at a time between other changes, and reaches searches as it
+// comes (every few seconds, and when all is done).
+//
 // The daemon runs one engine; without the daemon, a program that needs
 // live results runs its own (the embedded engine). Either way it is the
 // index's one writer (see LiveIndex).
@@ -33,6 +42,11 @@ struct EngineOptions {
     bool catchUp = true;
     // How long changes must have been quiet before the snapshot is written.
     std::chrono::milliseconds checkpointDelay{30000};
+    // Import files' content in the background (when the services have an
+    // importer).
+    bool importContent = true;
+    // How often imports done in the background reach searches.
+    std::chrono::milliseconds importPublishInterval{10000};
     // Told what went wrong on the engine's thread (an unreadable folder, a
     // failed batch, the watch limit reached); the engine goes on.
     std::function<void(const std::string& message)> problem;
@@ -47,6 +61,10 @@ struct EngineStatistics {
     std::uint64_t changesApplied = 0;
     std::uint64_t failures = 0;
     bool caughtUp = false;  // the start-up crawl is done
+    // Files whose content waits to be imported, and those imported so far
+    // of the current round.
+    std::uint64_t importsWaiting = 0;
+    std::uint64_t importsDone = 0;
 };
 
 class IndexEngine final : public QuerySource {
@@ -76,10 +94,17 @@ public:
     Expected<UpdateReport> addRootsOnEngine(const std::vector<std::string>& folders, const Index::Options& options);
     Expected<void> removeRootsOnEngine(const std::vector<std::string>& folders);
     Expected<UpdateReport> rebuildOnEngine(const Index::Options& options);
+    Expected<UpdateReport> updateOnEngine(const Index::Options& options);
+
+    // Runs `work` soon, without waiting behind a long operation: on the
+    // engine's thread between operations (with the live index), or, while a
+    // crawl is under way, wherever the crawl stands (with nullptr; it must
+    // then not touch the index). Returns at once.
+    void postUrgent(std::function<void(LiveIndex* live)> work);
 
     // Returns once everything the watcher has reported by now, and anything
-    // due (the snapshot after a quiet period too), has been done, and
-    // subscribers told.
+    // due (the snapshot after a quiet period, the imports waiting), has been
+    // done, and subscribers told.
     void sync();
 
     // As of the engine's last step; never waits for the engine.

@@ -82,16 +82,16 @@ Expected<std::unique_ptr<LiveIndex>> LiveIndex::open(const std::string& director
         return index.error();
     }
     live->m_index = std::move(index.value());
-    Expected<std::shared_ptr<const Catalogue>> catalogue = Index::catalogue(directory, live->m_services);
-    if (!catalogue) {
-        catalogue = live->m_index->refreshCatalogue();
-        if (!catalogue) {
-            return catalogue.error();
-        }
+    // The snapshot as it is answers at once; prepare() brings it up to date.
+    Expected<std::shared_ptr<const Catalogue>> catalogue = Index::snapshot(directory);
+    if (catalogue) {
+        live->m_staleSnapshot = !live->m_index->catalogueIsCurrent();
+    } else {
+        catalogue = Catalogue::build({}, -1, live->m_services.fold, live->m_services.types);
+        live->m_staleSnapshot = true;
     }
     live->m_view = std::make_shared<IndexView>(catalogue.value());
-    live->m_unsaved = !catalogue.value()->isMapped();
-    if (auto loaded = live->loadFolders(); !loaded) {
+    if (auto loaded = live->loadRoots(); !loaded) {
         return loaded.error();
     }
     return live;
@@ -111,37 +111,58 @@ std::vector<std::string> LiveIndex::roots() const
     return m_roots;
 }
 
-Expected<void> LiveIndex::loadFolders()
+Expected<void> LiveIndex::prepare()
 {
-    m_folders.clear();
+    if (m_prepared) {
+        return {};
+    }
+    if (m_staleSnapshot) {
+        Expected<IndexChanges> reloaded = reload();  // loads the folders too
+        if (!reloaded) {
+            return reloaded.error();
+        }
+        m_staleSnapshot = false;
+    } else if (auto loaded = loadFolders(); !loaded) {
+        return loaded;
+    }
+    m_prepared = true;
+    return {};
+}
+
+Expected<void> LiveIndex::loadRoots()
+{
     Expected<std::vector<RootRecord>> roots = m_index->store().roots();
     if (!roots) {
         return roots.error();
     }
-    {
-        std::lock_guard lock(m_viewMutex);
-        m_roots.clear();
-        for (const RootRecord& root : *roots) {
-            m_roots.push_back(root.path);
-        }
+    std::lock_guard lock(m_viewMutex);
+    m_roots.clear();
+    for (const RootRecord& root : *roots) {
+        m_roots.push_back(root.path);
+    }
+    return {};
+}
+
+Expected<void> LiveIndex::loadFolders()
+{
+    m_folders.clear();
+    if (auto loaded = loadRoots(); !loaded) {
+        return loaded;
     }
     std::unordered_map<StoreId, std::string> paths;
-    return m_index->store().forEachItem([&](StoredItem&& item) {
-        if (item.info.kind != FileKind::Directory) {
-            return true;
-        }
+    return m_index->store().forEachFolder([&](StoreId id, StoreId parent, std::string&& name) {
         std::string path;
-        if (item.parent == 0) {
-            path = item.info.name;
+        if (parent == 0) {
+            path = std::move(name);
         } else {
-            auto parent = paths.find(item.parent);
-            if (parent == paths.end()) {
+            auto known = paths.find(parent);
+            if (known == paths.end()) {
                 return true;
             }
-            path = joinPath(parent->second, item.info.name);
+            path = joinPath(known->second, name);
         }
-        m_folders.emplace(path, item.id);
-        paths.emplace(item.id, std::move(path));
+        m_folders.emplace(path, id);
+        paths.emplace(id, std::move(path));
         return true;
     });
 }
@@ -157,16 +178,22 @@ std::shared_ptr<const FileFacts> LiveIndex::factsFor(const std::string& path, co
 
 Expected<IndexChanges> LiveIndex::apply(const std::vector<PathChange>& changes)
 {
+    if (auto prepared = prepare(); !prepared) {
+        return prepared.error();
+    }
     // A tree that may have changed anywhere is crawled again whole.
     bool recrawl = false;
     for (const PathChange& change : changes) {
         recrawl = recrawl || change.kind == PathChange::Kind::TreeChanged;
     }
     if (recrawl) {
-        Expected<UpdateReport> updated = m_index->update({});
+        Index::Options options;
+        options.importContent = false;  // imported a few at a time afterwards
+        Expected<UpdateReport> updated = m_index->update(options);
         if (!updated) {
             return updated.error();
         }
+        m_pendingImports.reset();
         return reload();
     }
 
@@ -538,7 +565,8 @@ Expected<void> LiveIndex::importQueued(Batch& batch)
 Expected<IndexChanges> LiveIndex::reload()
 {
     // The snapshot the root operations left, or one built anew when it is stale.
-    Expected<std::shared_ptr<const Catalogue>> catalogue = Index::catalogue(m_index->directory(), m_services);
+    Expected<std::shared_ptr<const Catalogue>> catalogue =
+        m_index->catalogueIsCurrent() ? Index::snapshot(m_index->directory()) : m_index->refreshCatalogue();
     if (!catalogue) {
         catalogue = m_index->refreshCatalogue();
     }
@@ -549,6 +577,7 @@ Expected<IndexChanges> LiveIndex::reload()
         return loaded.error();
     }
     m_unsaved = !catalogue.value()->isMapped();
+    m_importsUnpublished = false;
     IndexChanges result;
     result.everything = true;
     result.view = std::make_shared<IndexView>(catalogue.value());
@@ -558,6 +587,21 @@ Expected<IndexChanges> LiveIndex::reload()
     }
     publish(result);
     return result;
+}
+
+Expected<void> LiveIndex::reloadIfChanged()
+{
+    // Files crawled again may have new content: they are listed anew.
+    m_pendingImports.reset();
+    Expected<std::int64_t> generation = m_index->store().generation();
+    if (!generation) {
+        return generation.error();
+    }
+    if (*generation == view()->base()->generation() && !m_unsaved) {
+        return loadRoots();  // nothing searches would see changed
+    }
+    Expected<IndexChanges> reloaded = reload();
+    return reloaded ? Expected<void>() : Expected<void>(reloaded.error());
 }
 
 Expected<void> LiveIndex::checkpoint()
@@ -574,16 +618,20 @@ Expected<void> LiveIndex::checkpoint()
         m_view = std::make_shared<IndexView>(rebuilt.value());
     }
     m_unsaved = false;
+    m_importsUnpublished = false;
     return {};
 }
 
 Expected<UpdateReport> LiveIndex::addRoots(const std::vector<std::string>& folders, const Index::Options& options)
 {
+    if (auto prepared = prepare(); !prepared) {
+        return prepared.error();
+    }
     Expected<UpdateReport> report = m_index->addRoots(folders, options);
     if (!report) {
         return report;
     }
-    if (Expected<IndexChanges> reloaded = reload(); !reloaded) {
+    if (auto reloaded = reloadIfChanged(); !reloaded) {
         return reloaded.error();
     }
     return report;
@@ -591,20 +639,25 @@ Expected<UpdateReport> LiveIndex::addRoots(const std::vector<std::string>& folde
 
 Expected<void> LiveIndex::removeRoots(const std::vector<std::string>& folders)
 {
+    if (auto prepared = prepare(); !prepared) {
+        return prepared;
+    }
     if (auto removed = m_index->removeRoots(folders); !removed) {
         return removed;
     }
-    Expected<IndexChanges> reloaded = reload();
-    return reloaded ? Expected<void>() : Expected<void>(reloaded.error());
+    return reloadIfChanged();
 }
 
 Expected<UpdateReport> LiveIndex::rebuild(const Index::Options& options)
 {
+    if (auto prepared = prepare(); !prepared) {
+        return prepared.error();
+    }
     Expected<UpdateReport> report = m_index->rebuild(options);
     if (!report) {
         return report;
     }
-    if (Expected<IndexChanges> reloaded = reload(); !reloaded) {
+    if (auto reloaded = reloadIfChanged(); !reloaded) {
         return reloaded.error();
     }
     return report;
@@ -612,14 +665,66 @@ Expected<UpdateReport> LiveIndex::rebuild(const Index::Options& options)
 
 Expected<UpdateReport> LiveIndex::update(const Index::Options& options)
 {
+    if (auto prepared = prepare(); !prepared) {
+        return prepared.error();
+    }
     Expected<UpdateReport> report = m_index->update(options);
     if (!report) {
         return report;
     }
-    if (Expected<IndexChanges> reloaded = reload(); !reloaded) {
+    if (auto reloaded = reloadIfChanged(); !reloaded) {
         return reloaded.error();
     }
     return report;
+}
+
+Expected<std::size_t> LiveIndex::importSome(std::size_t files, const std::atomic<bool>* cancel)
+{
+    if (!m_services.importer) {
+        return std::size_t{0};
+    }
+    if (auto prepared = prepare(); !prepared) {
+        return prepared.error();
+    }
+    ImportPass pass(m_index->store(), *m_services.importer);
+    if (!m_pendingImports) {
+        Expected<std::vector<ImportPass::Pending>> listed = pass.pendingFiles();
+        if (!listed) {
+            return listed.error();
+        }
+        m_pendingImports.emplace(std::make_move_iterator(listed->begin()), std::make_move_iterator(listed->end()));
+        m_importsDone = 0;
+        m_importsListed = m_pendingImports->size();
+    }
+    std::vector<ImportPass::Pending> slice;
+    while (!m_pendingImports->empty() && slice.size() < files) {
+        slice.push_back(std::move(m_pendingImports->front()));
+        m_pendingImports->pop_front();
+    }
+    if (slice.empty()) {
+        return std::size_t{0};
+    }
+    const std::size_t count = slice.size();
+    Expected<ImportReport> imported = pass.importListed(std::move(slice), cancel);
+    if (!imported) {
+        return imported.error();
+    }
+    if (!imported->unavailable.empty() || imported->cancelled) {
+        m_pendingImports.reset();  // listed again next time
+        return std::size_t{0};
+    }
+    m_importsDone += count;
+    m_importsUnpublished = m_importsUnpublished || imported->imported + imported->failed > 0;
+    return m_pendingImports->size();
+}
+
+Expected<void> LiveIndex::publishImports()
+{
+    if (!m_importsUnpublished) {
+        return {};
+    }
+    Expected<IndexChanges> reloaded = reload();
+    return reloaded ? Expected<void>() : Expected<void>(reloaded.error());
 }
 
 int LiveIndex::subscribe(Subscriber subscriber)

@@ -8,6 +8,15 @@
 // after every batch of changes. When the items read since the catalogue was
 // built grow many, the catalogue is built again from the database.
 //
+// Opening costs next to nothing whatever the index's size: the first view
+// is the snapshot as it is on disk (an empty one when there is none).
+// prepare() reads what the writer needs (the folders) and builds a snapshot
+// that is missing or older than the database; every writing call prepares
+// first when that was not done.
+//
+// What files contain is imported apart from the crawl, a few files at a
+// time (importSome()), so that the index takes other changes in between.
+//
 // Thread safety: apply(), reload() and the root operations run on one
 // thread (the index's own); view(), subscribe() and unsubscribe() may be
 // called from any thread. Subscribers are called on the index's thread.
@@ -18,7 +27,10 @@
 #include "index/live/index_view.h"
 #include "index/live/item_ref.h"
 
+#include <atomic>
+#include <deque>
 #include <functional>
+#include <optional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -63,7 +75,25 @@ public:
     const IndexServices& services() const { return m_services; }
     Index& index() { return *m_index; }
 
+    // Reads the folders and brings a stale snapshot up to date (telling
+    // subscribers to look at everything then). Does nothing the second time.
+    Expected<void> prepare();
+
     Expected<IndexChanges> apply(const std::vector<PathChange>& changes);
+
+    // Imports up to `files` of the files waiting for their content (listed
+    // from the database the first time, and again after every crawl).
+    // Returns how many still wait. What was imported reaches searches at
+    // the next publishImports().
+    Expected<std::size_t> importSome(std::size_t files, const std::atomic<bool>* cancel = nullptr);
+    // Whether files wait for their content (as of the last listing).
+    std::size_t importsWaiting() const { return m_pendingImports ? m_pendingImports->size() : 0; }
+    // The imports done so far made visible: the catalogue is built again and
+    // subscribers told to look at everything. Nothing when none was done.
+    Expected<void> publishImports();
+    // Files imported since the last listing, and listed then.
+    std::uint64_t importsDone() const { return m_importsDone; }
+    std::uint64_t importsListed() const { return m_importsListed; }
 
     // After roots were added, removed or crawled again through index():
     // reads the catalogue again and tells subscribers to look at everything.
@@ -92,6 +122,9 @@ public:
 private:
     LiveIndex() = default;
     Expected<void> loadFolders();
+    Expected<void> loadRoots();
+    // After a root operation: the new catalogue shown, when the database moved.
+    Expected<void> reloadIfChanged();
     void publish(const IndexChanges& changes);
 
     struct Batch;
@@ -109,6 +142,14 @@ private:
     IndexServices m_services;
     std::size_t m_rebuildThreshold = 20000;
     bool m_unsaved = false;
+    bool m_prepared = false;
+    bool m_staleSnapshot = false;  // the first view is older than the database
+
+    // Files waiting for their content; none until listed.
+    std::optional<std::deque<ImportPass::Pending>> m_pendingImports;
+    std::uint64_t m_importsDone = 0;
+    std::uint64_t m_importsListed = 0;
+    bool m_importsUnpublished = false;
 
     mutable std::mutex m_viewMutex;
     std::shared_ptr<const IndexView> m_view;

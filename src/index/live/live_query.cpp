@@ -1,5 +1,7 @@
 #include "index/live/live_query.h"
 
+#include <sys/stat.h>
+
 #include "index/crawl_search.h"
 #include "index/fs/mounts.h"
 #include "index/search_scope.h"
@@ -13,6 +15,25 @@
 #include <unordered_set>
 
 namespace trovara::index {
+
+Expected<std::unique_ptr<SnapshotSource>> SnapshotSource::open(const std::string& directory, IndexServices services)
+{
+    std::unique_ptr<SnapshotSource> source(new SnapshotSource);
+    source->m_services = std::move(services);
+    struct stat st {};
+    if (::stat((directory + "/index.db").c_str(), &st) != 0) {
+        return source;  // no index yet: nothing in it
+    }
+    Expected<std::shared_ptr<const Catalogue>> catalogue = Index::catalogue(directory, source->m_services);
+    if (!catalogue) {
+        return catalogue.error();
+    }
+    for (const ItemIndex root : catalogue.value()->roots()) {
+        source->m_roots.push_back(catalogue.value()->path(root));
+    }
+    source->m_view = std::make_shared<IndexView>(catalogue.value());
+    return source;
+}
 
 namespace {
 

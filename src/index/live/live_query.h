@@ -62,6 +62,28 @@ private:
     IndexServices m_services;
 };
 
+// The index as it is on disk, read-only, for searches that run once: no
+// writer's lock, no watching, no catch-up. Its queries see the snapshot (the
+// one a writer at work last saved) and hear of no changes.
+class SnapshotSource final : public QuerySource {
+public:
+    // Fails when the index is damaged or of another version; an index that
+    // does not exist yet is an empty one.
+    static Expected<std::unique_ptr<SnapshotSource>> open(const std::string& directory, IndexServices services);
+
+    std::shared_ptr<const IndexView> currentView() const override { return m_view; }
+    std::vector<std::string> indexedRoots() const override { return m_roots; }
+    const IndexServices& indexServices() const override { return m_services; }
+    int subscribeToChanges(std::function<void(const IndexChanges&)>) override { return 0; }
+    void unsubscribeFromChanges(int) override {}
+
+private:
+    SnapshotSource() = default;
+    IndexServices m_services;
+    std::shared_ptr<const IndexView> m_view;
+    std::vector<std::string> m_roots;
+};
+
 // A LiveIndex as a source.
 class LiveIndexSource final : public QuerySource {
 public:

@@ -177,6 +177,68 @@ TEST_F(IndexTest, AnUpdateWritesOnlyWhatChanged)
     EXPECT_EQ(search("kMDItemFSSize == 20"), std::set<std::string>{tree + "/Documents/notes.md"});
 }
 
+TEST_F(IndexTest, AnUpdateOfAnUnchangedTreeRewritesNothing)
+{
+    auto index = open();
+    index->addRoots({tree}, {}).value();
+    struct stat before {};
+    ASSERT_EQ(::stat((directory + "/catalogue.bin").c_str(), &before), 0);
+    const std::int64_t generation = index->store().generation().value();
+
+    ASSERT_TRUE(index->update({}).ok());
+    struct stat after {};
+    ASSERT_EQ(::stat((directory + "/catalogue.bin").c_str(), &after), 0);
+    EXPECT_EQ(index->store().generation().value(), generation) << "searches would see no difference";
+    EXPECT_EQ(after.st_ino, before.st_ino) << "the snapshot is not written again";
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    EXPECT_TRUE(index->catalogueIsCurrent());
+
+    // A change moves the generation, and the snapshot follows.
+    write(tree + "/Documents/new.txt", "new");
+    ASSERT_TRUE(index->update({}).ok());
+    EXPECT_GT(index->store().generation().value(), generation);
+    EXPECT_TRUE(index->catalogueIsCurrent());
+    EXPECT_TRUE(indexedPaths().count(tree + "/Documents/new.txt"));
+}
+
+TEST_F(IndexTest, AReaderTakesTheSnapshotAsItIsWhileAWriterIsAtWork)
+{
+    auto index = open();
+    index->addRoots({tree}, {}).value();
+    const std::int64_t saved = Index::catalogue(directory, services()).value()->generation();
+    // The writer moves on without writing its snapshot yet.
+    ASSERT_TRUE(index->store().begin().ok());
+    ASSERT_TRUE(index->store().bumpGeneration().ok());
+    ASSERT_TRUE(index->store().commit().ok());
+
+    Expected<std::shared_ptr<const Catalogue>> during = Index::catalogue(directory, services());
+    ASSERT_TRUE(during.ok());
+    EXPECT_TRUE(during.value()->isMapped()) << "not built again beside the writer";
+    EXPECT_EQ(during.value()->generation(), saved);
+
+    // Nobody writes any more: the reader builds a current one and keeps it.
+    index.reset();
+    Expected<std::shared_ptr<const Catalogue>> after = Index::catalogue(directory, services());
+    ASSERT_TRUE(after.ok());
+    EXPECT_EQ(after.value()->generation(), saved + 1);
+    EXPECT_EQ(Catalogue::snapshotGeneration(directory + "/catalogue.bin"), saved + 1);
+}
+
+TEST_F(IndexTest, NamesAreSearchableBeforeTheContentIsImported)
+{
+    auto index = open();
+    Index::Options options;
+    bool told = false;
+    options.namesReady = [&](const UpdateReport& crawled) {
+        told = true;
+        EXPECT_GT(crawled.crawl.files, 0u);
+        // Told once the snapshot holds the new names.
+        EXPECT_TRUE(indexedPaths().count(tree + "/Documents/notes.md"));
+    };
+    ASSERT_TRUE(index->addRoots({tree}, options).ok());
+    EXPECT_TRUE(told);
+}
+
 TEST_F(IndexTest, AnInterruptedCrawlLeavesAConsistentIndexThatAnUpdateCompletes)
 {
     for (int i = 0; i < 30; ++i) {

@@ -55,7 +55,8 @@ public:
                 std::ifstream in(job.path);
                 std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
                 outcome.imported = true;
-                outcome.text = text;
+                // "converted…" files stand for documents whose text is not their bytes.
+                outcome.text = name.starts_with("converted") ? "converted from " + text : text;
                 outcome.attributes.push_back({"kMDItemTitle", "Title of " + name});
             }
             done(job, std::move(outcome));
@@ -71,21 +72,40 @@ public:
     std::vector<std::string> asked;
 };
 
-// Turns an index database back into the first format: no imports, no full
-// text.
-void downgradeIndexDatabase(const std::string& path)
+void execute(const std::string& path, const char* sql)
 {
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(db,
-                           "DROP TRIGGER items_removed; DROP TRIGGER items_content_changed; DROP TABLE text_terms; "
-                           "DROP TABLE imports; PRAGMA writable_schema = ON; "
-                           "DELETE FROM sqlite_master WHERE name LIKE 'text_content%'; "
-                           "PRAGMA writable_schema = OFF; PRAGMA user_version = 1;",
-                           nullptr, nullptr, nullptr),
-              SQLITE_OK)
-        << sqlite3_errmsg(db);
+    EXPECT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
     sqlite3_close(db);
+}
+
+// Takes the full text of this format out of an index database.
+constexpr const char* kDropText =
+    "DROP TRIGGER items_removed; DROP TRIGGER items_content_changed; DROP TABLE text_terms; DROP TABLE texts; "
+    "PRAGMA writable_schema = ON; DELETE FROM sqlite_master WHERE name LIKE 'text_index%'; "
+    "PRAGMA writable_schema = OFF; ALTER TABLE roots DROP COLUMN names_only;";
+
+// Turns an index database back into the first format: no imports, no full
+// text.
+void downgradeToFirstFormat(const std::string& path)
+{
+    execute(path, (std::string(kDropText) + "DROP TABLE imports; PRAGMA user_version = 1;").c_str());
+}
+
+// Turns an index database back into the second format, whose full text kept
+// every text whole.
+void downgradeToSecondFormat(const std::string& path)
+{
+    execute(path, (std::string(kDropText)
+                   + "CREATE VIRTUAL TABLE text_content USING fts5(text, detail = none); "
+                     "CREATE VIRTUAL TABLE text_terms USING fts5vocab(text_content, row); "
+                     "INSERT INTO text_content (rowid, text) SELECT item, 'the text kept whole' FROM imports; "
+                     "CREATE TRIGGER items_removed AFTER DELETE ON items BEGIN "
+                     "DELETE FROM imports WHERE item = old.id; DELETE FROM text_content WHERE rowid = old.id; END; "
+                     "CREATE TRIGGER items_content_changed AFTER UPDATE OF size ON items BEGIN "
+                     "DELETE FROM imports WHERE item = old.id; END; PRAGMA user_version = 2;")
+                      .c_str());
 }
 
 class ImportPassTest : public ::testing::Test {
@@ -295,7 +315,7 @@ TEST_F(ImportPassTest, ADatabaseOfTheFirstFormatIsUpgradedInPlace)
         ASSERT_TRUE(index);
         ASSERT_TRUE((*index)->addRoots({tree}, {}));
     }
-    downgradeIndexDatabase(directory + "/index.db");
+    downgradeToFirstFormat(directory + "/index.db");
     EXPECT_FALSE(Store::open(directory + "/index.db", Store::Mode::ReadOnly));  // readers ask for an update
 
     auto index = open();
@@ -304,6 +324,102 @@ TEST_F(ImportPassTest, ADatabaseOfTheFirstFormatIsUpgradedInPlace)
     EXPECT_EQ(status->items, 2);  // the items were kept
     ASSERT_TRUE(index->update({}));
     EXPECT_EQ(find(*index, "kMDItemTextContent == 'words'"), std::set<std::string>{"a.txt"});
+}
+
+TEST_F(ImportPassTest, ADatabaseOfTheSecondFormatDropsItsWholeTextsAndImportsThemAgain)
+{
+    write("a.txt", "words");
+    write("b.bin", std::string("\x00\x01", 2));
+    {
+        auto index = open();
+        ASSERT_TRUE(index->addRoots({tree}, {}));
+    }
+    downgradeToSecondFormat(directory + "/index.db");
+    const std::size_t askedBefore = importer->asked.size();
+
+    auto index = open();
+    Expected<IndexStatus> status = index->status();
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->imports.withText, 0) << "the whole texts are gone";
+    EXPECT_EQ(status->items, 3);
+    ASSERT_TRUE(index->update({}));
+    EXPECT_EQ(importer->asked.size(), askedBefore + 1) << "the file with text is imported again, the other not";
+    EXPECT_EQ(find(*index, "kMDItemTextContent == 'words'"), std::set<std::string>{"a.txt"});
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open((directory + "/index.db").c_str(), &db), SQLITE_OK);
+    sqlite3_stmt* statement = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT count(*) FROM sqlite_master WHERE name LIKE 'text_content%'", -1,
+                                 &statement, nullptr),
+              SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
+    EXPECT_EQ(sqlite3_column_int(statement, 0), 0);
+    sqlite3_finalize(statement);
+    sqlite3_close(db);
+}
+
+TEST_F(ImportPassTest, AFolderKeptForNamesOnlyHasItsContentsLeftAlone)
+{
+    ::mkdir((tree + "/docs").c_str(), 0755);
+    ::mkdir((tree + "/media").c_str(), 0755);
+    write("docs/plan.txt", "harbour plans");
+    write("media/notes.txt", "harbour notes");
+    auto index = open();
+    Index::Options namesOnly;
+    namesOnly.namesOnly = true;
+    ASSERT_TRUE(index->addRoots({tree + "/media"}, namesOnly));
+    ASSERT_TRUE(index->addRoots({tree + "/docs"}, {}));
+    EXPECT_EQ(importer->asked, std::vector<std::string>{"plan.txt"});
+    EXPECT_EQ(find(*index, "kMDItemTextContent == 'harbour'"), std::set<std::string>{"plan.txt"});
+    EXPECT_EQ(find(*index, "kMDItemFSName == 'notes.txt'"), std::set<std::string>{"notes.txt"}) << "names are there";
+
+    // The setting is the index's: in its status, its roots file, and a rebuild.
+    auto rootsNamesOnly = [&] {
+        std::map<std::string, bool> roots;
+        const IndexStatus status = index->status().value();
+        for (const RootRecord& root : status.roots) {
+            roots[root.path] = root.namesOnly;
+        }
+        return roots;
+    };
+    const std::map<std::string, bool> expected{{tree + "/docs", false}, {tree + "/media", true}};
+    EXPECT_EQ(rootsNamesOnly(), expected);
+    ASSERT_TRUE(index->rebuild({}));
+    EXPECT_EQ(rootsNamesOnly(), expected);
+    EXPECT_EQ(find(*index, "kMDItemTextContent == 'harbour'"), std::set<std::string>{"plan.txt"});
+
+    // Added again for names only: what was imported is forgotten; and back.
+    ASSERT_TRUE(index->addRoots({tree + "/docs"}, namesOnly));
+    EXPECT_TRUE(find(*index, "kMDItemTextContent == 'harbour'").empty());
+    EXPECT_EQ(index->status()->imports.withText, 0);
+    ASSERT_TRUE(index->addRoots({tree + "/docs"}, {}));
+    EXPECT_EQ(find(*index, "kMDItemTextContent == 'harbour'"), std::set<std::string>{"plan.txt"});
+}
+
+TEST_F(ImportPassTest, TheIndexKeepsNoCopyOfTextsItCanReadBackFromTheFile)
+{
+    write("plain.txt", "the gallimaufry of words");
+    write("converted.txt", "a gallimaufry too");
+    auto index = open();
+    ASSERT_TRUE(index->addRoots({tree}, {}));
+    std::map<std::string, bool> copied;
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open((directory + "/index.db").c_str(), &db), SQLITE_OK);
+    sqlite3_stmt* statement = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT items.name, texts.packed IS NOT NULL FROM texts JOIN items ON items.id = texts.item",
+                                 -1, &statement, nullptr),
+              SQLITE_OK);
+    while (sqlite3_step(statement) == SQLITE_ROW) {
+        copied[reinterpret_cast<const char*>(sqlite3_column_text(statement, 0))] = sqlite3_column_int(statement, 1) != 0;
+    }
+    sqlite3_finalize(statement);
+    sqlite3_close(db);
+    EXPECT_EQ(copied, (std::map<std::string, bool>{{"plain.txt", false}, {"converted.txt", true}}));
+
+    // Matches inside words are checked against the text, read back or kept.
+    EXPECT_EQ(find(*index, R"(kMDItemTextContent == "*allimauf*"cd)"),
+              (std::set<std::string>{"plain.txt", "converted.txt"}));
+    EXPECT_EQ(find(*index, R"(kMDItemTextContent == "*from a gal*"cd)"), std::set<std::string>{"converted.txt"});
+    EXPECT_EQ(find(*index, R"(kMDItemTextContent == "*of word*"cd)"), std::set<std::string>{"plain.txt"});
 }
 
 }  // namespace

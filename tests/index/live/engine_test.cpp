@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <future>
 #include <sstream>
 
 namespace trovara::index {
@@ -114,6 +115,9 @@ TEST_F(EngineTest, AContentChangeIsImportedAgainAndSearchedByItsNewWords)
     ASSERT_TRUE(started.ok()) << started.error().message;
     IndexEngine& engine = *started.value();
     ASSERT_TRUE(engine.addRoots({root}).ok());
+    engine.sync();  // the content comes after the names, in the background
+    EXPECT_EQ(engine.statistics().importsWaiting, 0u);
+    EXPECT_GE(engine.statistics().importsDone, 1u);
 
     LiveQueryOptions quarterlyOptions;
     quarterlyOptions.query = "kMDItemTextContent == 'quarter*'cd";
@@ -169,6 +173,129 @@ TEST_F(EngineTest, ChangesWhileStoppedAreCaughtUpAtStart)
     EXPECT_TRUE(view->item(at("docs/while away.txt")));
     EXPECT_FALSE(view->item(at("docs/report.txt")));
     EXPECT_EQ(engine->indexedRoots(), std::vector<std::string>{root});
+}
+
+TEST_F(EngineTest, ItAnswersFromTheSnapshotAtOnceAndCatchesUpInTheBackground)
+{
+    {
+        std::unique_ptr<IndexEngine> engine = startEngine();
+        ASSERT_TRUE(engine);
+        ASSERT_TRUE(engine->addRoots({root}).ok());
+    }
+    writeFile(at("docs/while away.txt"), "w");
+
+    // The catch-up finds the new file, then builds its catalogue: held there
+    // until the test lets it go on.
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    struct Release {
+        std::promise<void>& promise;
+        bool done = false;
+        void now()
+        {
+            if (!done) {
+                promise.set_value();
+                done = true;
+            }
+        }
+        ~Release() { now(); }
+    } releaser{release};
+    IndexServices services = test::liveServices();
+    services.lastUsed = [released](const std::string&, const FileInfo&) {
+        released.wait();
+        return Nanoseconds{0};
+    };
+    EngineOptions options = quickOptions();
+    options.problem = [this](const std::string& message) { problems.push_back(message); };
+    auto started = IndexEngine::start(directory, services, options);
+    ASSERT_TRUE(started.ok()) << started.error().message;
+    IndexEngine& engine = *started.value();
+    EXPECT_EQ(engine.indexedRoots(), std::vector<std::string>{root});
+
+    LiveQueryOptions queryOptions;
+    queryOptions.query = "kMDItemFSName == '*.txt'";
+    LiveQuery query(engine, dispatcher, queryOptions);
+    ASSERT_TRUE(query.execute().ok());
+    ASSERT_TRUE(dispatcher->runUntilIdle(query));
+    EXPECT_EQ(results(query), std::set<std::string>{at("docs/report.txt")}) << "the index as it was";
+
+    releaser.now();
+    settle(engine, query);
+    EXPECT_EQ(results(query), (std::set<std::string>{at("docs/report.txt"), at("docs/while away.txt")}));
+    EXPECT_TRUE(engine.statistics().caughtUp);
+    EXPECT_TRUE(problems.empty()) << problems.front();
+}
+
+TEST_F(EngineTest, ACatchUpThatFindsNothingNewWritesNothing)
+{
+    {
+        std::unique_ptr<IndexEngine> engine = startEngine();
+        ASSERT_TRUE(engine);
+        ASSERT_TRUE(engine->addRoots({root}).ok());
+    }
+    struct stat before {};
+    ASSERT_EQ(::stat((directory + "/catalogue.bin").c_str(), &before), 0);
+    std::unique_ptr<IndexEngine> engine = startEngine();
+    ASSERT_TRUE(engine);
+    engine->sync();
+    EXPECT_TRUE(engine->statistics().caughtUp);
+    struct stat after {};
+    ASSERT_EQ(::stat((directory + "/catalogue.bin").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+}
+
+TEST_F(EngineTest, UrgentWorkIsDoneWhileACrawlIsUnderWay)
+{
+    for (const char* folder : {"a", "b", "c"}) {
+        ::mkdir(at(folder).c_str(), 0755);
+    }
+    std::unique_ptr<IndexEngine> engine = startEngine();
+    ASSERT_TRUE(engine);
+    std::promise<void> crawling;
+    std::promise<void> posted;
+    std::shared_future<void> postedNow = posted.get_future().share();
+    Index::Options options;
+    options.threads = 1;
+    int folders = 0;
+    options.progress = [&](const UpdateProgress&) {
+        if (++folders == 1) {
+            crawling.set_value();
+            postedNow.wait();
+        }
+    };
+    auto adding = std::async(std::launch::async, [&] { return engine->addRoots({root}, options); });
+    crawling.get_future().wait();
+    std::promise<bool> ranDuringTheCrawl;
+    engine->postUrgent([&](LiveIndex* live) { ranDuringTheCrawl.set_value(live == nullptr); });
+    posted.set_value();
+    EXPECT_TRUE(ranDuringTheCrawl.get_future().get()) << "not held back until the crawl was done";
+    EXPECT_TRUE(adding.get().ok());
+
+    // Between operations, urgent work has the index.
+    std::promise<bool> withIndex;
+    engine->postUrgent([&](LiveIndex* live) { withIndex.set_value(live != nullptr); });
+    EXPECT_TRUE(withIndex.get_future().get());
+}
+
+TEST_F(EngineTest, ASearchThatRunsOnceReadsTheIndexBesideItsWriter)
+{
+    Expected<std::unique_ptr<SnapshotSource>> none = SnapshotSource::open(directory + "/none", test::liveServices());
+    ASSERT_TRUE(none.ok()) << "no index yet is an empty one";
+    EXPECT_EQ(none.value()->currentView(), nullptr);
+
+    std::unique_ptr<IndexEngine> engine = startEngine();
+    ASSERT_TRUE(engine);
+    ASSERT_TRUE(engine->addRoots({root}).ok());
+    Expected<std::unique_ptr<SnapshotSource>> source = SnapshotSource::open(directory, test::liveServices());
+    ASSERT_TRUE(source.ok()) << source.error().message;
+    EXPECT_EQ(source.value()->indexedRoots(), std::vector<std::string>{root});
+    LiveQueryOptions options;
+    options.query = "kMDItemFSName == 'report.txt'";
+    LiveQuery query(*source.value(), dispatcher, options);
+    ASSERT_TRUE(query.execute().ok());
+    ASSERT_TRUE(dispatcher->runUntilIdle(query));
+    EXPECT_EQ(results(query), std::set<std::string>{at("docs/report.txt")});
 }
 
 TEST_F(EngineTest, TheSnapshotIsWrittenForOtherReaders)
