@@ -65,6 +65,19 @@ TEST_F(TransferTest, CopyKeepsBytesPermissionsTimesAndUserAttributes)
     expectNoPartials(tree, QStringLiteral("dst"));
 }
 
+TEST_F(TransferTest, FilesThatTellNoSizeAreCopiedToTheirEnd)
+{
+    tree.mkdir(QStringLiteral("dst"));
+    tree.write(QStringLiteral("src/empty"), "");
+    ASSERT_TRUE(performTransfer(fs, FileOperation::Copy, QStringLiteral("/proc/version"),
+                                tree.path(QStringLiteral("dst/version"))));
+    QFile proc(QStringLiteral("/proc/version"));
+    ASSERT_TRUE(proc.open(QIODevice::ReadOnly));
+    EXPECT_EQ(tree.read(QStringLiteral("dst/version")), proc.readAll());
+    ASSERT_TRUE(transfer(FileOperation::Copy, QStringLiteral("src/empty"), QStringLiteral("dst/empty")));
+    EXPECT_EQ(tree.read(QStringLiteral("dst/empty")), "");
+}
+
 TEST_F(TransferTest, CopyOfAFolderTakesItsTreeWithLinksAsLinks)
 {
     tree.write(QStringLiteral("src/album/a.jpg"), "A");
