@@ -211,13 +211,16 @@ void Document::fillNewDocument()
     } else {
         TLOG(QStringLiteral("Failed to read the preferred locations: %1").arg(read.error().toString()));
     }
+    // Every preferred place is known (the place editors offer them all);
+    // the ones marked default are searched.
     bool any = false;
     for (const model::PreferredLocation& location : locations) {
-        if (!location.isDefault()) {
+        model::Scope* scope = model::Scope::scopeWithPath(location.path(), context);
+        if (!scope) {
             continue;
         }
-        if (model::Scope* scope = model::Scope::scopeWithPath(location.path(), context)) {
-            scope->setIsConstant(location.isConstant());
+        scope->setIsConstant(location.isConstant());
+        if (location.isDefault()) {
             model::OrderedScope::createOrderedScopeWith(scope);
             any = true;
         }

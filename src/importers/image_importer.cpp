@@ -1,8 +1,9 @@
 // Images (Exiv2): pixel size, camera and lens, exposure, focal length,
 // flash, orientation, GPS position, dates, and the descriptions, titles,
 // keywords and authors of EXIF, IPTC and XMP. Where Exiv2 cannot tell the
-// size, Qt's image reader reads it from the file's header. Captions and
-// descriptions are the image's text content.
+// size, Qt's image reader reads it from the file's header. SVG drawings
+// (plain or gzip-compressed) get the size they are drawn at by default, from
+// Qt's SVG renderer. Captions and descriptions are the image's text content.
 #include "importers/importer.h"
 
 #include "index/query/time_value.h"
@@ -12,6 +13,7 @@
 #include <QImage>
 #include <QImageReader>
 #include <QString>
+#include <QSvgRenderer>
 
 #include <cmath>
 
@@ -136,6 +138,9 @@ public:
 
     Expected<void> importFile(const ImportContext& context, ImportSink& sink) const override
     {
+        if (context.mimeType == "image/svg+xml" || context.mimeType == "image/svg+xml-compressed") {
+            return importDrawing(context, sink);
+        }
         QImageReader reader(QString::fromStdString(context.path));
         std::unique_ptr<Exiv2::Image> image;
         try {
@@ -155,11 +160,7 @@ public:
             width = size.width();
             height = size.height();
         }
-        if (width > 0 && height > 0) {
-            sink.setNumber("kMDItemPixelWidth", width);
-            sink.setNumber("kMDItemPixelHeight", height);
-            sink.setNumber("kMDItemPixelCount", static_cast<double>(width) * height);
-        }
+        setPixelSize(sink, width, height);
         if (reader.canRead()) {
             const QImage::Format format = reader.imageFormat();
             if (format != QImage::Format_Invalid) {
@@ -183,6 +184,27 @@ public:
     }
 
 private:
+    static void setPixelSize(ImportSink& sink, int width, int height)
+    {
+        if (width > 0 && height > 0) {
+            sink.setNumber("kMDItemPixelWidth", width);
+            sink.setNumber("kMDItemPixelHeight", height);
+            sink.setNumber("kMDItemPixelCount", static_cast<double>(width) * height);
+        }
+    }
+
+    static Expected<void> importDrawing(const ImportContext& context, ImportSink& sink)
+    {
+        const QSvgRenderer drawing(QString::fromStdString(context.path));
+        if (!drawing.isValid()) {
+            return importFailure("not a readable SVG drawing");
+        }
+        const QSize size = drawing.defaultSize();
+        setPixelSize(sink, size.width(), size.height());
+        sink.setBoolean("kMDItemHasAlphaChannel", true);  // what is not drawn is transparent
+        return {};
+    }
+
     static void readExif(const Exiv2::ExifData& data, ImportSink& sink)
     {
         if (data.empty()) {

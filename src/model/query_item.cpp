@@ -72,8 +72,16 @@ QueryLeaf* QueryNode::addRow()
 
 QueryLeaf* QueryNode::addRowFromIndex(int index)
 {
+    QueryAttribute* attribute = defaultAttributeForRowFromIndex(index);
+    auto* leaf = managedObjectContext()->insert<QueryLeaf>();
+    leaf->setQueryAttribute(attribute);
+    addLeaf(leaf, true, index);
+    return leaf;
+}
+
+QueryAttribute* QueryNode::defaultAttributeForRowFromIndex(int index)
+{
     store::ManagedObjectContext& context = *managedObjectContext();
-    auto* leaf = context.insert<QueryLeaf>();
     QueryAttribute* attribute = nullptr;
     const QString op = operatorName();
     if (op == QLatin1String("AND")) {
@@ -105,9 +113,7 @@ QueryLeaf* QueryNode::addRowFromIndex(int index)
     if (!attribute) {
         attribute = QueryAttribute::attributeWithKey(QStringLiteral("kMDItemDisplayName"), context);
     }
-    leaf->setQueryAttribute(attribute);
-    addLeaf(leaf, true, index);
-    return leaf;
+    return attribute;
 }
 
 void QueryNode::addLeaf(QueryItem* item, bool after, int index)

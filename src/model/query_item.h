@@ -19,6 +19,7 @@
 
 namespace trovara::model {
 
+class QueryAttribute;
 class QueryLeaf;
 class QueryNode;
 
@@ -68,6 +69,10 @@ public:
     // Adds a row after the child with sort index `index` (-1: at the end),
     // choosing its attribute as the group's kind suggests.
     QueryLeaf* addRowFromIndex(int index);
+    // The attribute such a row gets: in an ALL group the first available
+    // attribute no row of the group uses yet; in an ANY or NONE group the
+    // attribute of the row at `index`; else the name.
+    QueryAttribute* defaultAttributeForRowFromIndex(int index);
     // Puts an item (a new row or group, or one of this group's own children)
     // into the group at a position: after (or at) the child with sort index
     // `index`, or after (or at) the last child when index is negative. A

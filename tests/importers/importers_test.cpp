@@ -364,6 +364,27 @@ TEST_F(ImportersTest, ImagesGiveTheirSizeAndCameraData)
     EXPECT_FALSE(noise.error.empty());
 }
 
+TEST_F(ImportersTest, SvgDrawingsGiveTheSizeTheyAreDrawnAt)
+{
+    writeBytes(path("plan.svg"), "<svg xmlns='http://www.w3.org/2000/svg' width='120' height='80'>"
+                                 "<rect width='10' height='10'/></svg>");
+    const ImportResult plan = import("image", path("plan.svg"), "image/svg+xml");
+    ASSERT_EQ(plan.status, ImportStatus::Imported) << plan.error;
+    EXPECT_EQ(numberOf(plan, "kMDItemPixelWidth"), 120);
+    EXPECT_EQ(numberOf(plan, "kMDItemPixelHeight"), 80);
+
+    // Without a width and height, the view box tells the size.
+    writeBytes(path("icon.svg"), "<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 48 32'/>");
+    const ImportResult icon = import("image", path("icon.svg"), "image/svg+xml");
+    EXPECT_EQ(numberOf(icon, "kMDItemPixelWidth"), 48);
+    EXPECT_EQ(numberOf(icon, "kMDItemPixelHeight"), 32);
+
+    writeBytes(path("broken.svg"), "<svg xmlns='http://www.w3.org/2000/svg' width='10'");
+    const ImportResult broken = import("image", path("broken.svg"), "image/svg+xml");
+    EXPECT_EQ(broken.status, ImportStatus::Failed);
+    EXPECT_EQ(broken.error, "not a readable SVG drawing");
+}
+
 TEST_F(ImportersTest, AudioGivesTagsDurationAndBitRate)
 {
     writeBytes(path("song.mp3"), test::silentMp3Bytes(383));  // about ten seconds

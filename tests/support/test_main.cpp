@@ -1,11 +1,14 @@
 // The main() of every test program: a QCoreApplication (for event-loop
-// tests) and a private home, so that no test reads or writes the real
+// tests; a QApplication for the widget tests) and a private home, so that no test reads or writes the real
 // user's settings, index or documents.
 #include "common/error_presenter.h"
 #include "common/log.h"
 
 #include <QCoreApplication>
 #include <QDir>
+#ifdef TROVARA_TEST_WIDGETS
+#include <QApplication>
+#endif
 
 #include <gtest/gtest.h>
 
@@ -42,7 +45,15 @@ int main(int argc, char** argv)
     // Errors are shown nowhere unless a test installs a presenter.
     trovara::setErrorPresenter([](const trovara::Error&) {});
 
+#ifdef TROVARA_TEST_WIDGETS
+    // Windows open nowhere, also when the build lists the tests.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QApplication app(argc, argv);
+#else
     QCoreApplication app(argc, argv);
+#endif
     testing::InitGoogleTest(&argc, argv);
     const int status = RUN_ALL_TESTS();
     QDir(QString::fromStdString(base)).removeRecursively();

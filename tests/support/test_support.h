@@ -3,6 +3,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <cstdlib>
 #include <ctime>
@@ -13,6 +14,10 @@
 inline void PrintTo(const QString& text, std::ostream* stream)
 {
     *stream << '"' << text.toStdString() << '"';
+}
+inline void PrintTo(const QStringList& list, std::ostream* stream)
+{
+    *stream << '[' << list.join(QStringLiteral(" | ")).toStdString() << ']';
 }
 inline void PrintTo(const QByteArray& bytes, std::ostream* stream)
 {

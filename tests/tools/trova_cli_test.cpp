@@ -49,6 +49,48 @@ QString writeFile(const QString& name, const QByteArray& contents)
     return path;
 }
 
+TEST(TrovaPreview, PrintsTheTextThePreviewShows)
+{
+    // Shift_JIS, as many Japanese files still are.
+    const QString file = writeFile(QStringLiteral("harbour-sjis.txt"),
+                                   "\x8d\x60\x82\xcc\x96\xe9\x96\xbe\x82\xaf\x81\x42\x93\x8c\x8b\x9e\x83\x5e\x83\x8f\x81"
+                                   "\x5b\x82\xcc\x93\x94\x82\xe8\x82\xaa\x8f\xc1\x82\xa6\x82\xe9\x81\x42");
+    const Outcome run = trova({QStringLiteral("preview"), QStringLiteral("-terms"), QStringLiteral("タワー"), file});
+    EXPECT_EQ(run.status, 0) << run.err.toStdString();
+    // Not a terminal: no colours.
+    EXPECT_EQ(QString::fromUtf8(run.out), QStringLiteral("港の夜明け。東京タワーの灯りが消える。\n"));
+}
+
+TEST(TrovaPreview, ColoursTheTermsOnATerminal)
+{
+    const QString file = writeFile(QStringLiteral("harbour.txt"), "Harbour lights over the harbour.\n");
+    // script(1) gives trova a terminal as its standard output.
+    QProcess process;
+    process.start(QStringLiteral("script"),
+                  {QStringLiteral("-qec"),
+                   QStringLiteral("%1 preview -terms HARBOUR -terms lights %2").arg(QStringLiteral(TROVA_BINARY), file),
+                   QStringLiteral("/dev/null")});
+    ASSERT_TRUE(process.waitForFinished(30000));
+    const QByteArray out = process.readAllStandardOutput();
+    EXPECT_TRUE(out.contains("\x1b[1;38;5;196mHarbour\x1b[0m \x1b[1;38;5;34mlights\x1b[0m over the "
+                             "\x1b[1;38;5;196mharbour\x1b[0m."))
+        << out.toStdString();
+}
+
+TEST(TrovaPreview, FilesWithoutTextAndBadArgumentsAreRefused)
+{
+    const Outcome binary =
+        trova({QStringLiteral("preview"), writeFile(QStringLiteral("blob.bin"), QByteArray("\x7f" "ELF\x02\x01\x01\0", 8))});
+    EXPECT_EQ(binary.status, 1);
+    EXPECT_TRUE(binary.err.contains("no text in this file")) << binary.err.toStdString();
+    const Outcome missing = trova({QStringLiteral("preview"), QDir::homePath() + QStringLiteral("/gone.txt")});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_TRUE(missing.err.contains("The file cannot be read: No such file or directory")) << missing.err.toStdString();
+    EXPECT_EQ(trova({QStringLiteral("preview")}).status, 2);
+    EXPECT_EQ(trova({QStringLiteral("preview"), QStringLiteral("-x"), QStringLiteral("f")}).status, 2);
+    EXPECT_EQ(trova({QStringLiteral("preview"), QStringLiteral("a"), QStringLiteral("b")}).status, 2);
+}
+
 TEST(CriteriaText, PrintsTheQueryTextOfAFileOrStandardInput)
 {
     const QByteArray json = R"({"operator":"AND","children":[

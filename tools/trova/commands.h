@@ -28,6 +28,12 @@ int lsCommand(const GlobalOptions& global, const QStringList& arguments);
 // import FILE…` (what the importers extract from each file).
 int importCommand(const GlobalOptions& global, const QStringList& arguments);
 
+// `trova preview [-terms WORD]… FILE`: the text the text preview shows of
+// the file (read through its helper process), with the words coloured when
+// standard output is a terminal. Exit status 1 when the file has no text or
+// cannot be read, 2 for bad arguments.
+int previewCommand(const QStringList& arguments);
+
 // `trova find [-onlyin DIR]… [-name TEXT] [-count] [-0] [-interpret] QUERY`.
 int findCommand(const GlobalOptions& global, const QStringList& arguments);
 

@@ -32,6 +32,9 @@ void printUsage(FILE* stream)
                "  ls FILE...             print every attribute of files\n"
                "  import -L              list the importers and the content types they read\n"
                "  import FILE...         print what the importers extract from files\n"
+               "  preview [-terms WORD]... FILE\n"
+               "                         print the text the text preview shows, the words\n"
+               "                         coloured on a terminal\n"
                "  index add DIR...       index folders (and keep them indexed)\n"
                "  index remove DIR...    stop indexing folders\n"
                "  index update           bring the index up to date\n"
@@ -95,6 +98,9 @@ int main(int argc, char* argv[])
     }
     if (command == QLatin1String("import")) {
         return trovara::cli::importCommand(global, arguments);
+    }
+    if (command == QLatin1String("preview")) {
+        return trovara::cli::previewCommand(arguments);
     }
     if (command == QLatin1String("daemon")) {
         return trovara::cli::daemonCommand(global, arguments);

@@ -5,6 +5,7 @@
 // speaks the importer protocol (docs/format/importer.md) on its standard
 // input and output until its input ends or it is told to quit. Whatever
 // importers print goes to standard error, so that the protocol stays clean.
+#include "importers/process_limits.h"
 #include "importers/registry.h"
 #include "index/import/helper_importer.h"
 
@@ -13,37 +14,12 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <sys/resource.h>
 #include <unistd.h>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define TROVARA_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TROVARA_ADDRESS_SANITIZER 1
-#endif
-#endif
 
 namespace {
 
-// Address space beyond the resident limit: libraries, and files importers
-// map rather than read.
-constexpr std::uint64_t kAddressSpaceMargin = std::uint64_t{1} << 30;
 // Requests are small: a path and a few names.
 constexpr std::size_t kMaxRequest = 1 << 20;
-
-void capMemory(std::uint64_t limit)
-{
-#ifndef TROVARA_ADDRESS_SANITIZER
-    // The index also watches the resident size; this stops a runaway
-    // allocation before it reaches the rest of the machine. (The address
-    // sanitizer reserves terabytes of address space, so not under it.)
-    const rlimit cap{limit + kAddressSpaceMargin, limit + kAddressSpaceMargin};
-    ::setrlimit(RLIMIT_AS, &cap);
-#else
-    (void)limit;
-#endif
-}
 
 int serve(const trovara::importers::Registry& registry)
 {
@@ -108,7 +84,7 @@ int main(int argc, char* argv[])
         return 2;
     }
     if (memoryLimit > 0) {
-        capMemory(memoryLimit);
+        trovara::importers::capAddressSpace(memoryLimit);
     }
     // Qt's image reader finds its format plug-ins through the application.
     QCoreApplication app(argc, argv);

@@ -5,6 +5,18 @@
 
 namespace trovara::index {
 
+ImportOutcome outcomeOf(ImportResult&& result)
+{
+    ImportOutcome outcome;
+    outcome.imported = result.status == ImportStatus::Imported;
+    outcome.mayRetry = result.status == ImportStatus::Exhausted;
+    outcome.error = std::move(result.error);
+    outcome.attributes = std::move(result.attributes);
+    outcome.text = std::move(result.text);
+    outcome.truncated = result.truncated;
+    return outcome;
+}
+
 const ImporterInfo* chooseImporter(const std::vector<ImporterInfo>& importers, const TypeDescription& type)
 {
     // Rank 0: the MIME type itself; rank k + 1: the k-th identifier of the

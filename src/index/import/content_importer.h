@@ -38,6 +38,9 @@ struct ImportOutcome {
     bool truncated = false;
 };
 
+// The outcome of an importer's answer.
+ImportOutcome outcomeOf(ImportResult&& result);
+
 class ContentImporter {
 public:
     virtual ~ContentImporter() = default;

@@ -422,13 +422,7 @@ Expected<void> HelperImporter::importFiles(std::vector<ImportJob> jobs,
                         broken = "the importer sent a malformed answer";
                         break;
                     }
-                    ImportOutcome outcome;
-                    outcome.imported = result->status == ImportStatus::Imported;
-                    outcome.mayRetry = result->status == ImportStatus::Exhausted;
-                    outcome.error = std::move(result->error);
-                    outcome.attributes = std::move(result->attributes);
-                    outcome.text = std::move(result->text);
-                    outcome.truncated = result->truncated;
+                    ImportOutcome outcome = outcomeOf(std::move(*result));
                     const ImportJob job = std::move(*helper.job);
                     helper.job.reset();
                     done(job, std::move(outcome));

@@ -2,6 +2,8 @@
 // helper process and its keeper. What it does depends on the file's name:
 //   crash…  dies of a segmentation fault
 //   hang…   never returns
+//   stall…  creates PATH.reading (so a test knows it has begun), then never
+//           returns
 //   hog…    allocates and touches memory until something stops it
 //   flood…  appends text far past any limit
 //   refuse… reports that it cannot read the file
@@ -33,7 +35,10 @@ int importFile(const char* path, const char*, const TrovaraImportSink* sink, cha
     if (named(path, "crash")) {
         std::raise(SIGSEGV);
     }
-    if (named(path, "hang")) {
+    if (named(path, "stall")) {
+        std::ofstream(std::string(path) + ".reading") << "";
+    }
+    if (named(path, "hang") || named(path, "stall")) {
         while (true) {
             ::pause();
         }

@@ -1,0 +1,145 @@
+// The application on the desktop: one window per open search document, the
+// floating panels, and the commands of the menus.
+//
+// - The index opens in the background (the daemon's when one runs, else an
+//   engine in this process): windows show at once and say that the index
+//   is being opened; each document's window loads (columns, filter, a
+//   saved running search starts) once it is open. A failure to open it, or
+//   a daemon that goes away and comes back, is said in every window.
+// - Every document opened gets a DocumentWindow; closing the window closes
+//   the document. After the last window closes the application quits only
+//   when "quitOnCloseOfLastWindow" is set.
+// - The active document is the document of the active window; the panels
+//   (inspector, query inspector) follow it.
+// - File ▸ Open Recent lists the last ten documents opened or saved
+//   ("recentDocuments"); File ▸ New from Template lists the templates
+//   folder, one item "template_%i" per template.
+// - Errors are logged, then shown as an alert on the active window.
+//
+// Main thread only.
+#pragma once
+
+#include "common/error_presenter.h"
+#include "daemon/query_source.h"
+#include "document/document.h"
+#include "index/index.h"
+#include "widgets/document_window.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+
+#include <memory>
+#include <vector>
+
+class QMenu;
+
+namespace trovara::daemon {
+class BackgroundQuerySource;
+}
+namespace trovara::document {
+class DocumentController;
+}
+namespace trovara::index {
+class Dispatcher;
+class QuerySource;
+}  // namespace trovara::index
+
+namespace trovara::widgets {
+
+class AbstractInspectorController;
+class InspectorController;
+class QueryInspectorController;
+class ThumbnailLoader;
+
+class Application final : public QObject {
+    Q_OBJECT
+
+public:
+    static constexpr int kRecentDocumentCount = 10;
+
+    // Opens the index at `indexDirectory` in the background.
+    Application(const std::string& indexDirectory, index::IndexServices services,
+                daemon::QuerySourceOptions options = {}, QObject* parent = nullptr);
+    // Runs on an index that is already open (tests; nothing waits).
+    explicit Application(std::unique_ptr<index::QuerySource> source, QObject* parent = nullptr);
+    ~Application() override;
+
+    // --- Documents and windows -----------------------------------------------------
+    document::DocumentController& documentController() const { return *m_documents; }
+    // A new untitled search in a window of its own (nullptr and the error
+    // shown when it could not be made).
+    DocumentWindow* newDocument();
+    // A search file (its window, when it is open already), or a folder to
+    // search (in a new untitled search). The error is shown on failure.
+    DocumentWindow* openDocument(const QString& path);
+    // Opens each; with none, a new search when no window is open.
+    void openFiles(const QStringList& paths);
+    // A new untitled search when no window is open.
+    void openNewDocumentWhenNeeded();
+    // Closes the document's window (asking to save an edited document).
+    bool closeDocument(document::Document* document);
+    // The open windows, oldest first.
+    std::vector<DocumentWindow*> windows() const;
+    DocumentWindow* windowForDocument(const document::Document* document) const;
+    document::Document* activeDocument() const { return m_activeDocument; }
+
+    // --- The index ------------------------------------------------------------------
+    // The index is open (a failure counts as open: windows are usable).
+    bool isIndexSettled() const;
+    index::QuerySource& querySource() const;
+
+    // --- Panels and menus ------------------------------------------------------------
+    InspectorController* inspector() const { return m_inspector; }
+    QueryInspectorController* queryInspector() const { return m_queryInspector; }
+    // The shell's commands, as every window shows them.
+    const ApplicationActions& actions() const { return m_actions; }
+    QStringList recentDocuments() const;
+    void noteRecentDocument(const QString& path);
+    // Rebuilds the template menu from the templates folder.
+    void refreshTemplateMenu();
+    QMenu* templateMenu() const { return m_actions.templateMenu; }
+
+    // Where windows open URLs (tests keep them in).
+    void setUrlOpener(DocumentWindow::UrlOpener opener);
+
+signals:
+    void activeDocumentChanged(trovara::document::Document* document);
+    // A window was made for a document (others add to it: rule editors,
+    // actions on results).
+    void windowCreated(trovara::widgets::DocumentWindow* window);
+
+private:
+    void setUp();
+    void buildActions();
+    DocumentWindow* makeWindow(document::Document* document);
+    void indexSettled();
+    void showNotice(const QString& text, int kind);
+    void windowActivated(DocumentWindow* window);
+    void windowClosed(DocumentWindow* window);
+    void revert(DocumentWindow* window);
+    void setActiveDocument(document::Document* document);
+    void refreshRecentMenu();
+    void refreshPanelTitles();
+    void runOpenPanel();
+    void showAbout();
+    void presentErrorAlert(const Error& error);
+
+    std::unique_ptr<daemon::BackgroundQuerySource> m_source;
+    // Told on this thread that the index is open (or failed).
+    bool m_indexSettled = false;
+    std::shared_ptr<index::Dispatcher> m_dispatcher;
+    std::unique_ptr<document::DocumentController> m_documents;
+    std::vector<QPointer<DocumentWindow>> m_windows;
+    QPointer<document::Document> m_activeDocument;
+    InspectorController* m_inspector = nullptr;
+    QueryInspectorController* m_queryInspector = nullptr;
+    std::vector<AbstractInspectorController*> m_panels;
+    ApplicationActions m_actions;
+    DocumentWindow::UrlOpener m_opener;
+    ErrorPresenter m_previousPresenter;
+    QString m_notice;
+    int m_noticeKind = 0;
+};
+
+}  // namespace trovara::widgets

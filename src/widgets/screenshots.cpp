@@ -1,0 +1,195 @@
+#include "widgets/screenshots.h"
+
+#include "document/document.h"
+#include "query/metadata_query_controller.h"
+#include "query/result_table_model.h"
+#include "widgets/application.h"
+#include "widgets/document_window.h"
+#include "widgets/inspector_controller.h"
+#include "widgets/query_inspector_controller.h"
+#include "widgets/template_saver_sheet.h"
+#include "widgets/thumbnail_cache.h"
+
+#include <QComboBox>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QPainter>
+#include <QTableView>
+#include <QTimer>
+
+#include <cstdio>
+
+namespace trovara::widgets {
+
+namespace {
+
+// Selects the first result whose name ends so (a picture shows best).
+void selectResultEndingWith(DocumentWindow& window, const QString& suffix)
+{
+    query::ResultTableModel* results = window.document().metadataQueryController()->results();
+    for (int row = 0; row < results->rowCount(); ++row) {
+        if (results->arrangedObjectAt(row)->displayName().endsWith(suffix)) {
+            results->setSelectionIndex(row);
+            return;
+        }
+    }
+    if (results->rowCount() > 0) {
+        results->setSelectionIndex(0);
+    }
+}
+
+QPixmap showView(DocumentWindow& window, int view, const QString& selectSuffix)
+{
+    window.selectResultsView(view);
+    selectResultEndingWith(window, selectSuffix);
+    window.focusOnResults();
+    settleForScreenshot();
+    return window.grab();
+}
+
+// A sheet drawn over its window, where the desktop would show it.
+QPixmap withSheet(QWidget& window, QWidget& sheet)
+{
+    QPixmap picture = window.grab();
+    const QPixmap sheetPicture = sheet.grab();
+    QPainter painter(&picture);
+    painter.fillRect(picture.rect(), QColor(0, 0, 0, 60));
+    const QPoint at((window.width() - sheet.width()) / 2, window.height() / 5);
+    painter.drawPixmap(at, sheetPicture);
+    painter.setPen(QColor(0, 0, 0, 90));
+    painter.drawRect(QRect(at, sheet.size()).adjusted(-1, -1, 0, 0));
+    return picture;
+}
+
+}  // namespace
+
+void settleForScreenshot(int milliseconds)
+{
+    QDeadlineTimer deadline(milliseconds);
+    QDeadlineTimer limit(10000);
+    for (;;) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        ThumbnailLoader::shared()->waitForDone();
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        if ((deadline.hasExpired() && ThumbnailLoader::shared()->pendingCount() == 0) || limit.hasExpired()) {
+            return;
+        }
+    }
+}
+
+const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
+{
+    static const std::vector<std::pair<QString, ScreenshotScene>> scenes = {
+        {QStringLiteral("table"), [](Application&, DocumentWindow& window) { return showView(window, 0, ".md"); }},
+        {QStringLiteral("grid"), [](Application&, DocumentWindow& window) { return showView(window, 1, ".png"); }},
+        {QStringLiteral("coverflow"),
+         [](Application&, DocumentWindow& window) { return showView(window, 2, ".jpg"); }},
+        {QStringLiteral("inspector"),
+         [](Application& application, DocumentWindow& window) {
+             window.selectResultsView(0);
+             selectResultEndingWith(window, ".jpg");
+             InspectorController* inspector = application.inspector();
+             inspector->activateInspectorPanel();
+             inspector->window()->resize(460, 520);
+             settleForScreenshot();
+             if (inspector->rowsModel()->rowCount() > 0) {
+                 inspector->inspectorTable()->selectRow(0);
+             }
+             settleForScreenshot();
+             QPixmap picture = inspector->window()->grab();
+             inspector->window()->close();
+             return picture;
+         }},
+        {QStringLiteral("query-inspector"),
+         [](Application& application, DocumentWindow&) {
+             QueryInspectorController* inspector = application.queryInspector();
+             inspector->activateInspectorPanel();
+             inspector->window()->resize(520, 340);
+             settleForScreenshot();
+             QPixmap picture = inspector->window()->grab();
+             inspector->window()->close();
+             return picture;
+         }},
+        {QStringLiteral("template-sheet"),
+         [](Application&, DocumentWindow& window) {
+             window.selectResultsView(0);
+             TemplateSaverSheet* sheet = window.templateSaverSheet();
+             sheet->nameField()->setCurrentText(QStringLiteral("Reports and notes"));
+             sheet->adjustSize();
+             sheet->resize(std::max(sheet->width(), 420), sheet->height());
+             sheet->open();
+             settleForScreenshot();
+             QPixmap picture = withSheet(window, *sheet);
+             sheet->cancelSheet();
+             return picture;
+         }},
+    };
+    return scenes;
+}
+
+ScreenshotRunner::ScreenshotRunner(Application& application, std::vector<std::pair<QString, QString>> shots,
+                                   QObject* parent)
+    : QObject(parent)
+    , m_application(application)
+    , m_shots(std::move(shots))
+{
+}
+
+void ScreenshotRunner::start()
+{
+    QTimer::singleShot(100, this, &ScreenshotRunner::step);
+}
+
+// Polls until the first window's search has settled (a minute at most).
+void ScreenshotRunner::step()
+{
+    ++m_turns;
+    const std::vector<DocumentWindow*> windows = m_application.windows();
+    DocumentWindow* window = windows.empty() ? nullptr : windows.front();
+    if (window && window->isDocumentLoaded()) {
+        document::Document& document = window->document();
+        if (!m_started) {
+            m_started = true;
+            window->resize(1000, 640);
+            if (!document.isQueryAlive()) {
+                document.startQuery();
+            }
+        }
+        const query::MetadataQueryController* controller = document.metadataQueryController();
+        const index::LiveQuery* query = controller->metadataQuery();
+        if (query && query->isIdle() && !controller->isGathering()) {
+            QCoreApplication::exit(renderAll() ? 0 : 1);
+            return;
+        }
+    }
+    if (m_turns > 600) {
+        std::fputs("trovara: the search did not settle for the screenshots\n", stderr);
+        QCoreApplication::exit(1);
+        return;
+    }
+    QTimer::singleShot(100, this, &ScreenshotRunner::step);
+}
+
+bool ScreenshotRunner::renderAll()
+{
+    DocumentWindow& window = *m_application.windows().front();
+    bool ok = true;
+    for (const auto& [name, file] : m_shots) {
+        const auto& scenes = screenshotScenes();
+        auto scene = std::find_if(scenes.begin(), scenes.end(), [&](const auto& entry) { return entry.first == name; });
+        if (scene == scenes.end()) {
+            std::fprintf(stderr, "trovara: no screenshot scene %s\n", qPrintable(name));
+            ok = false;
+            continue;
+        }
+        const QPixmap picture = scene->second(m_application, window);
+        if (picture.isNull() || !picture.save(file, "PNG")) {
+            std::fprintf(stderr, "trovara: could not write %s\n", qPrintable(file));
+            ok = false;
+        }
+    }
+    return ok;
+}
+
+}  // namespace trovara::widgets
