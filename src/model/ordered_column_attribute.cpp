@@ -44,6 +44,16 @@ OrderedColumnAttribute* OrderedColumnAttribute::createOrderedColumnAttributeWith
     return column;
 }
 
+void OrderedColumnAttribute::replaceOrderedColumns(store::ManagedObjectContext& context, const QStringList& keys)
+{
+    for (OrderedColumnAttribute* column : orderedColumns(context)) {
+        context.deleteObject(column);
+    }
+    for (const QString& key : keys) {
+        createOrderedColumnAttributeWith(ColumnAttribute::attributeWithKey(key, context));
+    }
+}
+
 void OrderedColumnAttribute::primeContext(store::ManagedObjectContext& context)
 {
     Result<std::vector<OrderedColumnAttribute*>> existing = context.fetch<OrderedColumnAttribute>({}, {}, 1);

@@ -4,6 +4,8 @@
 
 #include "model/abstract_attribute.h"
 
+#include <QStringList>
+
 namespace trovara::model {
 
 class OrderedColumnAttribute final : public store::ManagedObject {
@@ -25,6 +27,10 @@ public:
     // A new last column for the attribute (sort index one past the highest,
     // 0 for the first). A failed fetch is presented and gives nullptr.
     static OrderedColumnAttribute* createOrderedColumnAttributeWith(ColumnAttribute* attribute);
+
+    // Replaces every column by columns of these attribute keys, left to
+    // right.
+    static void replaceOrderedColumns(store::ManagedObjectContext& context, const QStringList& keys);
 
     // Name, kind and modification date, when the document has no columns.
     static void primeContext(store::ManagedObjectContext& context);

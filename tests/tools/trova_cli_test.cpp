@@ -580,7 +580,8 @@ TEST_F(TrovaIndex, DocWritesShowsAndRunsASearchDocument)
         {"attribute": "kMDItemDisplayName", "operator": "contains", "string": "report"}]})");
     const QString document = QDir::homePath() + "/Reports.trova";
     Outcome made = run({"doc", "new", "--criteria", criteria, "--scope", tree, "--exclude", tree + "/Documents/Old",
-                        "--limit", "10", "--limit-by", "kMDItemFSSize", "--ascending", "-o", document});
+                        "--limit", "10", "--limit-by", "kMDItemFSSize", "--ascending", "--column",
+                        "kMDItemDisplayName", "--column", "kMDItemFSSize", "-o", document});
     ASSERT_EQ(made.status, 0) << made.err.toStdString();
 
     Outcome shown = run({"doc", "show", document});
@@ -591,7 +592,8 @@ TEST_F(TrovaIndex, DocWritesShowsAndRunsASearchDocument)
           QStringLiteral("query: ((kMDItemDisplayName == '*report*'cd))"),
           // Places in the home folder are kept with "~".
           QStringLiteral("scopes:\n  ~/cli-tree\n"), QStringLiteral("exclusions:\n  ~/cli-tree/Documents/Old\n"),
-          QStringLiteral("limit: 10 by kMDItemFSSize, earliest"), QStringLiteral("columns:\n  kMDItemDisplayName"),
+          QStringLiteral("limit: 10 by kMDItemFSSize, earliest"),
+          QStringLiteral("columns:\n  kMDItemDisplayName\n  kMDItemFSSize\nsettings"),
           QStringLiteral("runState = NO")}) {
         EXPECT_TRUE(text.contains(expected)) << expected.toStdString() << "\nin:\n" << text.toStdString();
     }

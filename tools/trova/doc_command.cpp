@@ -31,8 +31,9 @@ namespace {
 
 const char* const kUsage =
     "usage: trova doc new [--criteria FILE.json] [--scope DIR]... [--exclude DIR]...\n"
-    "                     [--limit N [--limit-by KEY] [--ascending]] -o FILE.trova\n"
-    "                     (the limit is by kMDItemLastUsedDate unless --limit-by says otherwise)\n"
+    "                     [--limit N [--limit-by KEY] [--ascending]] [--column KEY]... -o FILE.trova\n"
+    "                     (the limit is by kMDItemLastUsedDate unless --limit-by says otherwise;\n"
+    "                     the columns are name, kind and modification date unless --column says otherwise)\n"
     "       trova doc show FILE.trova\n"
     "       trova doc run FILE.trova";
 
@@ -43,6 +44,7 @@ struct NewOptions {
     std::optional<int> limit;
     QString limitBy;
     bool ascending = false;
+    QStringList columns;
     QString output;
 };
 
@@ -52,7 +54,8 @@ std::optional<int> parseNewArguments(const QStringList& arguments, NewOptions& o
         const QString& argument = arguments[i];
         const bool takesValue = argument == QLatin1String("--criteria") || argument == QLatin1String("--scope")
                                 || argument == QLatin1String("--exclude") || argument == QLatin1String("--limit")
-                                || argument == QLatin1String("--limit-by") || argument == QLatin1String("-o");
+                                || argument == QLatin1String("--limit-by") || argument == QLatin1String("--column")
+                                || argument == QLatin1String("-o");
         if (argument == QLatin1String("--ascending")) {
             options.ascending = true;
             continue;
@@ -82,6 +85,8 @@ std::optional<int> parseNewArguments(const QStringList& arguments, NewOptions& o
             }
         } else if (argument == QLatin1String("--limit-by")) {
             options.limitBy = value;
+        } else if (argument == QLatin1String("--column")) {
+            options.columns << value;
         } else {
             options.output = value;
         }
@@ -162,6 +167,9 @@ int newDocument(const QStringList& arguments)
             limit->setLimitValue(options.limit.value_or(limit->limitValue().toInt()));
             limit->setAscending(options.ascending);
         }
+    }
+    if (!options.columns.isEmpty()) {
+        model::OrderedColumnAttribute::replaceOrderedColumns(context, options.columns);
     }
     if (Status saved = document.saveToURL(options.output); !saved) {
         printError(saved.error().toString());

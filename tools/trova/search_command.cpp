@@ -36,16 +36,7 @@ public:
     store::ManagedObjectContext& managedObjectContext() override { return *m_context; }
 
     // Replaces the document's columns by these, left to right.
-    void setColumns(const QStringList& keys)
-    {
-        for (model::OrderedColumnAttribute* column : model::OrderedColumnAttribute::orderedColumns(*m_context)) {
-            m_context->deleteObject(column);
-        }
-        for (const QString& key : keys) {
-            model::OrderedColumnAttribute::createOrderedColumnAttributeWith(
-                model::ColumnAttribute::attributeWithKey(key, *m_context));
-        }
-    }
+    void setColumns(const QStringList& keys) { model::OrderedColumnAttribute::replaceOrderedColumns(*m_context, keys); }
 
 private:
     std::unique_ptr<store::ManagedObjectContext> m_context = model::makeDocumentContext();
