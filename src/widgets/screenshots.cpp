@@ -7,6 +7,7 @@
 #include "widgets/document_window.h"
 #include "widgets/file_operation_scenes.h"
 #include "widgets/inspector_controller.h"
+#include "widgets/preferences_window.h"
 #include "widgets/query_inspector_controller.h"
 #include "widgets/template_saver_sheet.h"
 #include "widgets/thumbnail_cache.h"
@@ -110,6 +111,15 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
              settleForScreenshot();
              QPixmap picture = inspector->window()->grab();
              inspector->window()->close();
+             return picture;
+         }},
+        {QStringLiteral("preferences"),
+         [](Application& application, DocumentWindow&) {
+             PreferencesController* preferences = application.showPreferences();
+             preferences->adjustSize();
+             settleForScreenshot();
+             QPixmap picture = preferences->grab();
+             preferences->close();
              return picture;
          }},
         {QStringLiteral("template-sheet"),

@@ -1,0 +1,199 @@
+// The preferences window, offscreen: every control reached by Tab and
+// named, the controls showing and writing the user defaults, the shortcut
+// recorders storing their dictionaries and refusing taken combinations,
+// the helper switches and the template button.
+#include "widgets/preferences_window.h"
+#include "widgets/shortcut_recorder.h"
+
+#include "focus_walk.h"
+#include "model/defaults.h"
+#include "test_support.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QPushButton>
+#include <QSettings>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+namespace trovara::test {
+namespace {
+
+using widgets::PreferencesController;
+using widgets::ShortcutRecorder;
+
+class CountingHelperSwitch final : public app::HelperSwitch {
+public:
+    void setUpHelper(bool quitIfUnused) override { calls.push_back(quitIfUnused); }
+    std::vector<bool> calls;
+};
+
+class PreferencesWindowTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        settingsFile = QDir::homePath() + QStringLiteral("/preferences-test.conf");
+        QFile::remove(settingsFile);
+        model::Defaults::resetSharedForTesting(settingsFile);
+        delegate.setHelperSwitch(&helper);
+    }
+    void TearDown() override
+    {
+        window.reset();
+        model::Defaults::resetSharedForTesting();
+        QDir(app::ApplicationDelegate::applicationSupportFolder()).removeRecursively();
+    }
+
+    PreferencesController& open()
+    {
+        window = std::make_unique<PreferencesController>(delegate);
+        app::SystemShortcuts taken;
+        taken.add({0x11, app::kCommandKeyMask | app::kOptionKeyMask});  // Ctrl+Alt+T
+        window->setSystemShortcuts(taken);
+        window->setRefusalPresenter([this](const QString& message) { refusals << message; });
+        window->show();
+        window->activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(window.get()));
+        return *window;
+    }
+
+    static QVariantMap stored(const char* key) { return model::Defaults::shared().value(QLatin1String(key)).toMap(); }
+    static QVariantMap dictionary(int keyCode, int modifiers)
+    {
+        return {{QStringLiteral("keyCode"), keyCode}, {QStringLiteral("modifiers"), modifiers}};
+    }
+
+    QString settingsFile;
+    index::NoIndexSource noIndex;
+    app::ApplicationDelegate delegate{noIndex};
+    CountingHelperSwitch helper;
+    std::unique_ptr<PreferencesController> window;
+    QStringList refusals;
+};
+
+TEST_F(PreferencesWindowTest, TabReachesEveryEnabledControlAndEachHasAName)
+{
+    PreferencesController& preferences = open();
+    preferences.quickSearchRecorder()->setFocus();
+    const FocusWalk walk = walkFocus(&preferences);
+    EXPECT_FALSE(walk.endless);
+    EXPECT_TRUE(walk.unnamed.isEmpty()) << walk.unnamed.join(", ").toStdString();
+    EXPECT_TRUE(walk.unreached.isEmpty()) << walk.unreached.join(", ").toStdString();
+    // Eight switches, the colour, three recorders with their Clear
+    // buttons, the template button and Close.
+    EXPECT_GE(walk.forward.size(), 16u);
+    EXPECT_EQ(walk.forward.size(), walk.backward.size() + 1);
+    // Waiting for their adapters, the desktop buttons are there but off.
+    EXPECT_FALSE(preferences.fileManagerItemButton()->isEnabled());
+    EXPECT_FALSE(preferences.systemSearchButton()->isEnabled());
+    EXPECT_FALSE(preferences.fileManagerItemButton()->accessibleName().isEmpty());
+}
+
+TEST_F(PreferencesWindowTest, ControlsShowTheStoredValues)
+{
+    model::Defaults& defaults = model::Defaults::shared();
+    defaults.setValue(QStringLiteral("includeInvisibleFiles"), true);
+    defaults.setValue(QStringLiteral("showIconsInResults"), false);
+    defaults.setValue(QStringLiteral("accentColorNumber"), 3);
+    defaults.setValue(QStringLiteral("blitzSearchHotKey"), dictionary(0x01, 256 | 2048));
+    PreferencesController& preferences = open();
+
+    EXPECT_TRUE(preferences.checkBoxForKey(QStringLiteral("includeInvisibleFiles"))->isChecked());
+    EXPECT_FALSE(preferences.checkBoxForKey(QStringLiteral("showIconsInResults"))->isChecked());
+    EXPECT_TRUE(preferences.checkBoxForKey(QStringLiteral("enableGlobalHotKeys"))->isChecked());
+    EXPECT_FALSE(preferences.checkBoxForKey(QStringLiteral("quitOnCloseOfLastWindow"))->isChecked());
+    EXPECT_EQ(preferences.accentColorChooser()->currentIndex(), 3);
+    EXPECT_EQ(preferences.quickSearchRecorder()->text(), QStringLiteral("Ctrl+Alt+S"));
+    // The registered defaults, as the recorder's modifiers.
+    EXPECT_EQ(preferences.bringToFrontRecorder()->text(), QStringLiteral("Ctrl+Meta+Right"));
+    EXPECT_EQ(preferences.bringToFrontAndCreateRecorder()->text(), QStringLiteral("Ctrl+Alt+Meta+Right"));
+}
+
+TEST_F(PreferencesWindowTest, RecordingStoresTheDictionaryInTheStoredForm)
+{
+    PreferencesController& preferences = open();
+    ShortcutRecorder* recorder = preferences.quickSearchRecorder();
+    recorder->setFocus();
+    QTest::keyClick(recorder, Qt::Key_F, Qt::ControlModifier | Qt::MetaModifier);
+    EXPECT_EQ(stored("blitzSearchHotKey"), dictionary(0x03, 256 | 4096));
+    EXPECT_EQ(recorder->text(), QStringLiteral("Ctrl+Meta+F"));
+
+    // A plain letter, or a modifier alone, records nothing.
+    QTest::keyClick(recorder, Qt::Key_G);
+    QTest::keyClick(recorder, Qt::Key_Control, Qt::ControlModifier);
+    EXPECT_EQ(stored("blitzSearchHotKey"), dictionary(0x03, 256 | 4096));
+    // A function key may stand alone.
+    QTest::keyClick(recorder, Qt::Key_F9);
+    EXPECT_EQ(stored("blitzSearchHotKey"), dictionary(0x65, 0));
+
+    // Backspace clears: key code -1, so a registered default is off too.
+    preferences.bringToFrontRecorder()->setFocus();
+    QTest::keyClick(preferences.bringToFrontRecorder(), Qt::Key_Backspace);
+    EXPECT_EQ(stored("bringToFrontHotKey"), dictionary(-1, 0));
+    EXPECT_TRUE(preferences.bringToFrontRecorder()->text().isEmpty());
+    EXPECT_TRUE(refusals.isEmpty());
+}
+
+TEST_F(PreferencesWindowTest, CombinationsTheDesktopOrAnotherShortcutUsesAreRefused)
+{
+    PreferencesController& preferences = open();
+    ShortcutRecorder* recorder = preferences.quickSearchRecorder();
+    recorder->setFocus();
+    QTest::keyClick(recorder, Qt::Key_T, Qt::ControlModifier | Qt::AltModifier);
+    ASSERT_EQ(refusals.size(), 1);
+    EXPECT_EQ(refusals[0], QStringLiteral("The key combination \"Ctrl+Alt+T\" can't be used because it's already "
+                                          "used by a system-wide keyboard shortcut. (If you really want to use this "
+                                          "key combination, most shortcuts can be changed in the Keyboard & Mouse "
+                                          "panel in System Preferences.)"));
+    EXPECT_FALSE(model::Defaults::shared().hasUserValue(QStringLiteral("blitzSearchHotKey")));
+
+    // The bring-to-front shortcut's keys are taken by Trovara itself.
+    QTest::keyClick(recorder, Qt::Key_Right, Qt::ControlModifier | Qt::MetaModifier);
+    ASSERT_EQ(refusals.size(), 2);
+    EXPECT_TRUE(refusals[1].contains(QStringLiteral("bring to front shortcut"))) << refusals[1].toStdString();
+    EXPECT_FALSE(model::Defaults::shared().hasUserValue(QStringLiteral("blitzSearchHotKey")));
+    EXPECT_TRUE(recorder->text().isEmpty());
+}
+
+TEST_F(PreferencesWindowTest, HelperSwitchesSaveAndSetUpTheHelperOthersOnlySave)
+{
+    PreferencesController& preferences = open();
+    preferences.checkBoxForKey(QStringLiteral("enableGlobalMenuItem"))->click();
+    EXPECT_FALSE(model::Defaults::shared().boolValue(QStringLiteral("enableGlobalMenuItem")));
+    EXPECT_EQ(helper.calls, std::vector<bool>{true});
+    // Saved at once: another process reads it from the file.
+    EXPECT_EQ(QSettings(settingsFile, QSettings::IniFormat).value(QStringLiteral("enableGlobalMenuItem")).toBool(),
+              false);
+
+    preferences.checkBoxForKey(QStringLiteral("quitOnCloseOfLastWindow"))->click();
+    EXPECT_TRUE(model::Defaults::shared().boolValue(QStringLiteral("quitOnCloseOfLastWindow")));
+    EXPECT_EQ(helper.calls.size(), 1u);
+
+    preferences.accentColorChooser()->setFocus();
+    QTest::keyClick(preferences.accentColorChooser(), Qt::Key_Down);
+    EXPECT_EQ(model::Defaults::shared().intValue(QStringLiteral("accentColorNumber")), 1);
+}
+
+TEST_F(PreferencesWindowTest, TemplateButtonInstallsTheDefaultTemplatesWhateverTheVersion)
+{
+    const QString shipped = makeTemporaryFolder(QStringLiteral("shipped"));
+    QFile file(shipped + QStringLiteral("/Images.trova"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("images");
+    file.close();
+    delegate.setDefaultTemplatesFolderForTesting(shipped);
+    QDir().mkpath(app::ApplicationDelegate::templateFolder());
+    model::Defaults::shared().setValue(QStringLiteral("templateVersion"), 10);
+
+    PreferencesController& preferences = open();
+    preferences.installTemplatesButton()->click();
+    EXPECT_TRUE(QFileInfo::exists(app::ApplicationDelegate::templateFolder() + QStringLiteral("/Images.trova")));
+    QDir(shipped).removeRecursively();
+}
+
+}  // namespace
+}  // namespace trovara::test
