@@ -209,7 +209,7 @@ document::Document* ApplicationDelegate::announce(document::Document* document)
 
 Result<document::Document*> ApplicationDelegate::newDocument()
 {
-    Result<document::Document*> made = m_documentController->openUntitledDocument(true);
+    Result<document::Document*> made = m_documentController->openUntitledDocument(m_displaysDocuments);
     if (!made) {
         return made;
     }
@@ -219,15 +219,13 @@ Result<document::Document*> ApplicationDelegate::newDocument()
 Result<document::Document*> ApplicationDelegate::openDocument(const QString& path)
 {
     const std::vector<document::Document*> before = documents();
-    Result<document::Document*> opened = m_documentController->openDocumentWithContentsOfURL(path, true);
+    Result<document::Document*> opened =
+        m_documentController->openDocumentWithContentsOfURL(path, m_displaysDocuments);
     if (!opened) {
         return opened;
     }
     document::Document* document = opened.value();
-    if (!document->fileURL().isEmpty()) {
-        RecentDocuments::noteDocument(document->fileURL());
-        emit recentDocumentsChanged();
-    }
+    noteRecentDocument(document->fileURL());
     // A file already open, or a folder that joined this turn's new search,
     // is not new.
     if (std::find(before.begin(), before.end(), document) != before.end()) {
@@ -268,8 +266,7 @@ Status ApplicationDelegate::saveDocumentAs(document::Document* document, const Q
 {
     Status saved = document->saveToURL(path, document::Document::SaveOperation::SaveAs);
     if (saved) {
-        RecentDocuments::noteDocument(document->fileURL());
-        emit recentDocumentsChanged();
+        noteRecentDocument(document->fileURL());
     }
     return saved;
 }
@@ -364,6 +361,16 @@ const std::vector<const document::TemplateItem*>& ApplicationDelegate::templates
 QStringList ApplicationDelegate::recentDocuments() const
 {
     return RecentDocuments::paths();
+}
+
+void ApplicationDelegate::noteRecentDocument(const QString& path)
+{
+    // Untitled documents (template copies among them) have no file to list.
+    if (path.isEmpty()) {
+        return;
+    }
+    RecentDocuments::noteDocument(path);
+    emit recentDocumentsChanged();
 }
 
 void ApplicationDelegate::clearRecentDocuments()

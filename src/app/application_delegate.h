@@ -92,6 +92,10 @@ public:
     // Not owned; the no-op switch when none is set.
     void setHelperSwitch(HelperSwitch* helperSwitch);
     HelperSwitch& helperSwitch() const { return *m_helperSwitch; }
+    // Whether the documents opened load their window at once (the default).
+    // A window layer that loads windows itself, once the index is open,
+    // turns this off.
+    void setDisplaysDocuments(bool display) { m_displaysDocuments = display; }
     // Where installTemplates() copies from (tests).
     void setDefaultTemplatesFolderForTesting(const QString& folder) { m_defaultTemplatesFolder = folder; }
 
@@ -145,6 +149,8 @@ public:
 
     // --- Open Recent ------------------------------------------------------------------
     QStringList recentDocuments() const;
+    // A file opened or saved elsewhere (a window's Save As).
+    void noteRecentDocument(const QString& path);
     void clearRecentDocuments();
 
     // --- Errors -----------------------------------------------------------------------
@@ -178,6 +184,7 @@ private:
     NoHelperSwitch m_noHelperSwitch;
     HelperSwitch* m_helperSwitch = &m_noHelperSwitch;
     QString m_defaultTemplatesFolder;
+    bool m_displaysDocuments = true;
     bool m_applicationShouldOpenUntitledFile = true;
     bool m_launched = false;
     QPointer<document::Document> m_mainWindowDocument;

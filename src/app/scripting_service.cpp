@@ -3,6 +3,8 @@
 #include "app/application_delegate.h"
 #include "app/dbus_adaptors.h"
 #include "common/error_presenter.h"
+#include "document/document.h"
+#include "query/metadata_query_controller.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -158,8 +160,26 @@ void ScriptingService::documentOpened(document::Document* document)
     }
     const QString path = QLatin1String(kDocumentPathPrefix) + QString::number(m_nextDocumentNumber++);
     auto* object = new DocumentObject(*this, document, path);
-    new DocumentAdaptor(object);
+    auto* adaptor = new DocumentAdaptor(object);
     m_documents.emplace(document, object);
+    // Watchers learn of a search's progress without asking again and again.
+    const auto announce = [this, path, adaptor] {
+        if (!m_registered) {
+            return;
+        }
+        QDBusMessage changed = QDBusMessage::createSignal(path, QStringLiteral("org.freedesktop.DBus.Properties"),
+                                                          QStringLiteral("PropertiesChanged"));
+        changed << QLatin1String(kDocumentInterface)
+                << QVariantMap{{QStringLiteral("State"), adaptor->state()},
+                               {QStringLiteral("StatusLine"), adaptor->statusLine()},
+                               {QStringLiteral("ResultCount"), adaptor->resultCount()},
+                               {QStringLiteral("QueryString"), adaptor->queryString()}}
+                << QStringList();
+        m_connection.send(changed);
+    };
+    const query::MetadataQueryController* controller = document->metadataQueryController();
+    connect(controller, &query::MetadataQueryController::stateChanged, object, announce);
+    connect(controller, &query::MetadataQueryController::statusLineChanged, object, announce);
     if (m_registered) {
         m_connection.registerObject(path, object, QDBusConnection::ExportAdaptors);
     }

@@ -10,6 +10,7 @@
 #include "widgets/file_icons.h"
 #include "widgets/inspector_controller.h"
 #include "widgets/message_bar.h"
+#include "widgets/preferences_window.h"
 #include "widgets/query_inspector_controller.h"
 
 #include <QApplication>
@@ -19,6 +20,7 @@
 #include <QFileInfo>
 #include <QMenu>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QStyle>
 #include <QTimer>
 #include <QWindow>
@@ -31,8 +33,6 @@ namespace trovara::widgets {
 
 namespace {
 
-const QString kRecentDocumentsKey = QStringLiteral("recentDocuments");
-const QString kQuitOnCloseKey = QStringLiteral("quitOnCloseOfLastWindow");
 
 QString errorText(const Error& error)
 {
@@ -98,7 +98,8 @@ Application::~Application()
     for (AbstractInspectorController* panel : m_panels) {
         delete panel;
     }
-    m_documents.reset();
+    delete m_preferences;
+    m_delegate.reset();
     delete m_actions.templateMenu;
     delete m_actions.openRecentMenu;
     m_source.reset();
@@ -107,7 +108,21 @@ Application::~Application()
 void Application::setUp()
 {
     m_dispatcher = std::make_shared<index::QtDispatcher>(this);
-    m_documents = std::make_unique<document::DocumentController>(*m_source, m_dispatcher);
+    m_delegate = std::make_unique<app::ApplicationDelegate>(*m_source, m_dispatcher);
+    // A window loads its document once the index is open.
+    m_delegate->setDisplaysDocuments(false);
+    m_delegate->setAlertPrompt([this](const query::Alert& alert) { return runAlert(alert); });
+    connect(m_delegate.get(), &app::ApplicationDelegate::documentOpened, this, [this](document::Document* document) {
+        if (!windowForDocument(document)) {
+            makeWindow(document);
+        }
+    });
+    connect(m_delegate.get(), &app::ApplicationDelegate::documentWillClose, this, &Application::documentWillClose);
+    connect(m_delegate.get(), &app::ApplicationDelegate::recentDocumentsChanged, this, &Application::refreshRecentMenu);
+    connect(m_delegate.get(), &app::ApplicationDelegate::templatesChanged, this, &Application::refreshTemplateMenu);
+    connect(m_delegate.get(), &app::ApplicationDelegate::templateMenuChanged, this, &Application::refreshTemplateMenu);
+    connect(m_delegate.get(), &app::ApplicationDelegate::terminateRequested, this,
+            [] { QTimer::singleShot(0, qApp, &QCoreApplication::quit); });
     m_opener = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
     QApplication::setQuitOnLastWindowClosed(false);
     m_inspector = new InspectorController;
@@ -139,6 +154,11 @@ void Application::buildActions()
     m_actions.templateMenu = new QMenu(tr("New from Template"));
     connect(m_actions.templateMenu, &QMenu::aboutToShow, this, &Application::refreshTemplateMenu);
     refreshTemplateMenu();
+
+    m_actions.preferences = new QAction(tr("Preferences…"), this);
+    m_actions.preferences->setShortcut(QKeySequence::Preferences);
+    m_actions.preferences->setMenuRole(QAction::PreferencesRole);
+    connect(m_actions.preferences, &QAction::triggered, this, &Application::showPreferences);
 
     m_actions.quit = new QAction(tr("Quit"), this);
     m_actions.quit->setShortcut(QKeySequence::Quit);
@@ -203,17 +223,18 @@ DocumentWindow* Application::makeWindow(document::Document* document)
 
 DocumentWindow* Application::newDocument()
 {
-    Result<document::Document*> made = m_documents->openUntitledDocument(false);
+    // The delegate announces the document; its window is made then.
+    Result<document::Document*> made = m_delegate->newDocument();
     if (!made) {
         presentError(made.error());
         return nullptr;
     }
-    return makeWindow(made.value());
+    return windowForDocument(made.value());
 }
 
 DocumentWindow* Application::openDocument(const QString& path)
 {
-    if (document::Document* open = m_documents->documentForURL(path)) {
+    if (document::Document* open = documentController().documentForURL(path)) {
         if (DocumentWindow* window = windowForDocument(open)) {
             window->show();
             window->raise();
@@ -221,19 +242,16 @@ DocumentWindow* Application::openDocument(const QString& path)
             return window;
         }
     }
-    Result<document::Document*> opened = m_documents->openDocumentWithContentsOfURL(path, false);
+    // A new document is announced and gets its window then; folders
+    // dropped together join one new search (and its window).
+    Result<document::Document*> opened = m_delegate->openDocument(path);
     if (!opened) {
         presentError(opened.error());
         return nullptr;
     }
-    // Folders dropped together join one new search.
-    if (DocumentWindow* window = windowForDocument(opened.value())) {
-        return window;
-    }
-    if (!QFileInfo(path).isDir()) {
-        noteRecentDocument(QFileInfo(path).absoluteFilePath());
-    }
-    return makeWindow(opened.value());
+    // A document whose window has just closed is still open for a moment.
+    DocumentWindow* window = windowForDocument(opened.value());
+    return window ? window : makeWindow(opened.value());
 }
 
 void Application::openFiles(const QStringList& paths)
@@ -296,13 +314,41 @@ void Application::windowClosed(DocumentWindow* window)
     }
     // The window goes first (it shows the document's results), then the
     // document; not from inside the window's own close event.
-    QTimer::singleShot(0, this, [this, window = QPointer<DocumentWindow>(window), document] {
+    // Opened again in the meantime, it has a new window and stays open.
+    QTimer::singleShot(0, this, [this, window = QPointer<DocumentWindow>(window),
+                                 document = QPointer<document::Document>(document)] {
         delete window.data();
-        m_documents->closeDocument(document);
-        if (windows().empty() && model::Defaults::shared().boolValue(kQuitOnCloseKey)) {
-            QCoreApplication::quit();
+        if (document && !windowForDocument(document)) {
+            m_delegate->closeDocument(document);
+        }
+        if (windows().empty()) {
+            m_delegate->lastWindowClosed();
         }
     });
+}
+
+void Application::documentWillClose(document::Document* document)
+{
+    // Closed from elsewhere (a script): its window goes with it, unasked.
+    DocumentWindow* window = windowForDocument(document);
+    if (!window) {
+        return;
+    }
+    document->stopQuery();
+    m_windows.erase(std::remove(m_windows.begin(), m_windows.end(), QPointer<DocumentWindow>(window)),
+                    m_windows.end());
+    if (m_activeDocument == document) {
+        const std::vector<DocumentWindow*> left = windows();
+        setActiveDocument(left.empty() ? nullptr : &left.back()->document());
+    }
+    delete window;
+    if (windows().empty()) {
+        QTimer::singleShot(0, this, [this] {
+            if (windows().empty()) {
+                m_delegate->lastWindowClosed();
+            }
+        });
+    }
 }
 
 void Application::revert(DocumentWindow* window)
@@ -316,7 +362,7 @@ void Application::revert(DocumentWindow* window)
     m_windows.erase(std::remove(m_windows.begin(), m_windows.end(), QPointer<DocumentWindow>(window)),
                     m_windows.end());
     delete window;
-    m_documents->closeDocument(document);
+    m_delegate->closeDocument(document);
     if (DocumentWindow* reopened = openDocument(path)) {
         reopened->setGeometry(geometry);
     }
@@ -328,6 +374,7 @@ void Application::setActiveDocument(document::Document* document)
         return;
     }
     m_activeDocument = document;
+    m_delegate->setMainWindowDocument(document);
     for (AbstractInspectorController* panel : m_panels) {
         panel->setActiveDocument(document);
     }
@@ -383,19 +430,12 @@ void Application::showNotice(const QString& text, int kind)
 
 QStringList Application::recentDocuments() const
 {
-    return model::Defaults::shared().value(kRecentDocumentsKey).toStringList();
+    return m_delegate->recentDocuments();
 }
 
 void Application::noteRecentDocument(const QString& path)
 {
-    QStringList recent = recentDocuments();
-    recent.removeAll(path);
-    recent.prepend(path);
-    while (recent.size() > kRecentDocumentCount) {
-        recent.removeLast();
-    }
-    model::Defaults::shared().setValue(kRecentDocumentsKey, recent);
-    refreshRecentMenu();
+    m_delegate->noteRecentDocument(path);
 }
 
 void Application::refreshRecentMenu()
@@ -412,10 +452,7 @@ void Application::refreshRecentMenu()
     if (!recent.isEmpty()) {
         menu->addSeparator();
     }
-    QAction* clear = menu->addAction(tr("Clear Menu"), this, [this] {
-        model::Defaults::shared().removeValue(kRecentDocumentsKey);
-        refreshRecentMenu();
-    });
+    QAction* clear = menu->addAction(tr("Clear Menu"), this, [this] { m_delegate->clearRecentDocuments(); });
     clear->setEnabled(!recent.isEmpty());
 }
 
@@ -469,6 +506,50 @@ void Application::showAbout()
                        tr("<h3>Trovara %1</h3><p>Desktop search for Linux: searches as documents, live "
                           "results from Trovara's own metadata index.</p>")
                            .arg(QStringLiteral(TROVARA_VERSION)));
+}
+
+PreferencesController* Application::showPreferences()
+{
+    if (!m_preferences) {
+        m_preferences = new PreferencesController(*m_delegate);
+    } else {
+        m_preferences->loadFromDefaults();
+    }
+    m_preferences->show();
+    m_preferences->raise();
+    m_preferences->activateWindow();
+    return m_preferences;
+}
+
+void Application::bringToFront()
+{
+    DocumentWindow* window = windowForDocument(m_activeDocument);
+    if (!window) {
+        const std::vector<DocumentWindow*> open = windows();
+        window = open.empty() ? nullptr : open.back();
+    }
+    if (window) {
+        window->showNormal();
+        window->raise();
+        window->activateWindow();
+    }
+}
+
+int Application::runAlert(const query::Alert& alert)
+{
+    QWidget* parent = windowForDocument(m_activeDocument);
+    QMessageBox box(QMessageBox::Warning, tr("Trovara"), alert.messageText, QMessageBox::NoButton, parent);
+    box.setInformativeText(alert.informativeText);
+    std::vector<QAbstractButton*> buttons;
+    for (const QString& title : alert.buttons) {
+        buttons.push_back(box.addButton(title, buttons.empty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
+    }
+    if (!buttons.empty()) {
+        box.setDefaultButton(static_cast<QPushButton*>(buttons.front()));
+    }
+    box.exec();
+    const auto chosen = std::find(buttons.begin(), buttons.end(), box.clickedButton());
+    return chosen == buttons.end() ? int(buttons.size()) - 1 : int(chosen - buttons.begin());
 }
 
 void Application::presentErrorAlert(const Error& error)

@@ -6,19 +6,24 @@
 //   is being opened; each document's window loads (columns, filter, a
 //   saved running search starts) once it is open. A failure to open it, or
 //   a daemon that goes away and comes back, is said in every window.
-// - Every document opened gets a DocumentWindow; closing the window closes
-//   the document. After the last window closes the application quits only
-//   when "quitOnCloseOfLastWindow" is set.
+// - The documents belong to the application delegate (app/), which opens,
+//   announces and closes them; every document it announces gets a
+//   DocumentWindow, and closing the window closes the document. After the
+//   last window closes the application quits only when
+//   "quitOnCloseOfLastWindow" is set.
 // - The active document is the document of the active window; the panels
 //   (inspector, query inspector) follow it.
 // - File ▸ Open Recent lists the last ten documents opened or saved
 //   ("recentDocuments"); File ▸ New from Template lists the templates
-//   folder, one item "template_%i" per template.
+//   folder, one item "template_%i" per template. Edit ▸ Preferences opens
+//   the preferences window.
 // - Errors are logged, then shown as an alert on the active window.
 //
 // Main thread only.
 #pragma once
 
+#include "app/application_delegate.h"
+#include "app/recent_documents.h"
 #include "common/error_presenter.h"
 #include "daemon/query_source.h"
 #include "document/document.h"
@@ -49,6 +54,7 @@ namespace trovara::widgets {
 
 class AbstractInspectorController;
 class InspectorController;
+class PreferencesController;
 class QueryInspectorController;
 class ThumbnailLoader;
 
@@ -56,7 +62,7 @@ class Application final : public QObject {
     Q_OBJECT
 
 public:
-    static constexpr int kRecentDocumentCount = 10;
+    static constexpr int kRecentDocumentCount = app::RecentDocuments::kMaximumCount;
 
     // Opens the index at `indexDirectory` in the background.
     Application(const std::string& indexDirectory, index::IndexServices services,
@@ -66,7 +72,8 @@ public:
     ~Application() override;
 
     // --- Documents and windows -----------------------------------------------------
-    document::DocumentController& documentController() const { return *m_documents; }
+    app::ApplicationDelegate& delegate() const { return *m_delegate; }
+    document::DocumentController& documentController() const { return m_delegate->documentController(); }
     // A new untitled search in a window of its own (nullptr and the error
     // shown when it could not be made).
     DocumentWindow* newDocument();
@@ -100,6 +107,11 @@ public:
     void refreshTemplateMenu();
     QMenu* templateMenu() const { return m_actions.templateMenu; }
 
+    // The preferences window (made on first use), shown and brought forward.
+    PreferencesController* showPreferences();
+    // Raises the active window (another `trovara` was started).
+    void bringToFront();
+
     // Where windows open URLs (tests keep them in).
     void setUrlOpener(DocumentWindow::UrlOpener opener);
 
@@ -119,6 +131,8 @@ private:
     void showNotice(const QString& text, int kind);
     void windowActivated(DocumentWindow* window);
     void windowClosed(DocumentWindow* window);
+    void documentWillClose(document::Document* document);
+    int runAlert(const query::Alert& alert);
     void revert(DocumentWindow* window);
     void setActiveDocument(document::Document* document);
     void refreshRecentMenu();
@@ -131,7 +145,8 @@ private:
     // Told on this thread that the index is open (or failed).
     bool m_indexSettled = false;
     std::shared_ptr<index::Dispatcher> m_dispatcher;
-    std::unique_ptr<document::DocumentController> m_documents;
+    std::unique_ptr<app::ApplicationDelegate> m_delegate;
+    PreferencesController* m_preferences = nullptr;
     std::vector<QPointer<DocumentWindow>> m_windows;
     QPointer<document::Document> m_activeDocument;
     InspectorController* m_inspector = nullptr;

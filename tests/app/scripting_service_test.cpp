@@ -191,8 +191,14 @@ TEST_F(ScriptingServiceTest, StartedSearchAnswersItsResultsInTheOrderShown)
     EXPECT_EQ(property(path, "FilePath").toString(), QString());
     EXPECT_TRUE(property(path, "QueryString").toString().contains(QStringLiteral("*report*")));
 
+    // A watcher hears of the progress (the signal deletes this object).
+    QPointer<QObject> watcher = new QObject;
+    ASSERT_TRUE(client->connect(QString(), path, QLatin1String(kProperties), QStringLiteral("PropertiesChanged"),
+                                watcher, SLOT(deleteLater())));
     ASSERT_EQ(onDocument(path, "Start").type(), QDBusMessage::ReplyMessage);
     waitUntilLive(path);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(watcher.isNull());
     ASSERT_EQ(property(path, "State").toString(), QStringLiteral("live"));
 
     Document* document = service->documentForPath(path);

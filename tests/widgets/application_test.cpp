@@ -12,11 +12,13 @@
 #include "widget_test_support.h"
 #include "widgets/filter_field.h"
 #include "widgets/message_bar.h"
+#include "widgets/preferences_window.h"
 
 #include <QDir>
 #include <QFile>
 #include <QLabel>
 #include <QMenu>
+#include <QPointer>
 #include <QTest>
 
 #include <thread>
@@ -90,6 +92,45 @@ TEST_F(ApplicationTest, AnEditedDocumentAsksBeforeItsWindowClosesAndCancelKeepsI
     EXPECT_EQ(app.openDocument(file(QStringLiteral("kept.trova"))), reopened);
 }
 
+TEST_F(ApplicationTest, DocumentsOpenedOrClosedBehindTheWindowsGetOrLoseTheirWindow)
+{
+    Application& app = application();
+    // A script makes a search: it gets a window like any other.
+    Result<document::Document*> made = app.delegate().newDocument();
+    ASSERT_TRUE(made.ok());
+    DocumentWindow* window = app.windowForDocument(made.value());
+    ASSERT_NE(window, nullptr);
+    EXPECT_TRUE(window->isVisible());
+
+    // A script closes an edited search: the window goes, nobody is asked.
+    setCriterion(window->document(), QStringLiteral("kMDItemDisplayName"), QStringLiteral("report"));
+    int asked = 0;
+    window->setClosePrompt([&](DocumentWindow*) {
+        ++asked;
+        return DocumentWindow::CloseAnswer::Cancel;
+    });
+    QPointer<DocumentWindow> watched(window);
+    app.delegate().closeDocument(made.value());
+    EXPECT_TRUE(watched.isNull());
+    EXPECT_TRUE(app.windows().empty());
+    EXPECT_EQ(app.activeDocument(), nullptr);
+    EXPECT_EQ(asked, 0);
+}
+
+TEST_F(ApplicationTest, PreferencesOpenFromEveryWindowAndAreMadeOnce)
+{
+    Application& app = application();
+    DocumentWindow* window = app.newDocument();
+    ASSERT_NE(window, nullptr);
+    ASSERT_NE(app.actions().preferences, nullptr);
+    app.actions().preferences->trigger();
+    widgets::PreferencesController* preferences = app.showPreferences();
+    ASSERT_NE(preferences, nullptr);
+    EXPECT_TRUE(preferences->isVisible());
+    EXPECT_EQ(app.showPreferences(), preferences);
+    preferences->close();
+}
+
 TEST_F(ApplicationTest, RevertReadsTheSavedFileAgainInPlace)
 {
     Application& app = application();
@@ -134,7 +175,9 @@ TEST_F(ApplicationTest, RecentDocumentsKeepTheLastTenNewestFirst)
 {
     Application& app = application();
     for (int i = 0; i < 12; ++i) {
-        app.noteRecentDocument(file(QStringLiteral("r%1.trova").arg(i)));
+        QFile made(file(QStringLiteral("r%1.trova").arg(i)));
+        ASSERT_TRUE(made.open(QIODevice::WriteOnly));
+        app.noteRecentDocument(made.fileName());
     }
     app.noteRecentDocument(file(QStringLiteral("r5.trova")));
     const QStringList recent = app.recentDocuments();
@@ -143,6 +186,10 @@ TEST_F(ApplicationTest, RecentDocumentsKeepTheLastTenNewestFirst)
     EXPECT_EQ(recent[1], file(QStringLiteral("r11.trova")));
     EXPECT_EQ(recent.count(file(QStringLiteral("r5.trova"))), 1);
     EXPECT_FALSE(recent.contains(file(QStringLiteral("r0.trova"))));
+    // A file that went away leaves the list.
+    QFile::remove(file(QStringLiteral("r11.trova")));
+    EXPECT_FALSE(app.recentDocuments().contains(file(QStringLiteral("r11.trova"))));
+    EXPECT_EQ(app.recentDocuments().size(), Application::kRecentDocumentCount - 1);
 }
 
 TEST_F(ApplicationTest, BackgroundSourceHasNoIndexUntilOpenThenTellsSubscribersToLookAgain)

@@ -1,12 +1,13 @@
-// trovara: the desktop application. Builds the application object and the
-// shell, opens what the command line names (search files, folders), and
-// runs the event loop.
-#include "document/template_item.h"
+// trovara: the desktop application. Hands its command line to a Trovara
+// that already runs, or builds the application object and the shell, offers
+// scripting on the session bus, launches (opening what the command line
+// names: search files, folders, URLs), and runs the event loop.
+#include "app/application_delegate.h"
+#include "app/scripting_service.h"
+#include "common/log.h"
 #include "index/index.h"
 #include "index/standard_services.h"
-#include "model/value_transformer.h"
 #include "presentation/column_formatters.h"
-#include "presentation/metadata_item_transformer.h"
 #include "widgets/application.h"
 #include "widgets/file_icons.h"
 #include "widgets/file_operation_commands.h"
@@ -15,8 +16,8 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QDir>
 #include <QIcon>
-#include <QTimer>
 
 #include <cstdio>
 
@@ -49,10 +50,18 @@ int main(int argc, char** argv)
                                  QStringLiteral("[FILE|FOLDER…]"));
     parser.process(app);
 
+    // One Trovara at a time: a second one hands its files and URLs to the
+    // first (which comes to the front) and ends here.
+    using trovara::app::ScriptingService;
+    const bool rendering = parser.isSet(screenshotOption);
+    const QStringList locations =
+        ScriptingService::locationsFromArguments(parser.positionalArguments(), QDir::currentPath());
+    if (!rendering && ScriptingService::forwardToRunningInstance(locations)) {
+        return 0;
+    }
+
+    trovara::app::ApplicationDelegate::initializeClass();
     trovara::widgets::chooseIconThemeWhenNoneIsSet();
-    trovara::model::registerModelTransformers();
-    trovara::presentation::registerPresentationTransformers();
-    trovara::document::registerDocumentTransformers();
     trovara::presentation::installColumnPropertiesChooser();
 
     const std::string indexDirectory = parser.isSet(indexOption) ? parser.value(indexOption).toStdString()
@@ -62,8 +71,25 @@ int main(int argc, char** argv)
     trovara::widgets::Application shell(indexDirectory, trovara::index::standardServices(), options);
     trovara::widgets::FileOperationCommands fileOperations(shell);
     trovara::widgets::StartupTrace trace(shell);
-    const QStringList files = parser.positionalArguments();
-    QTimer::singleShot(0, &shell, [&shell, files] { shell.openFiles(files); });
+    trovara::app::ApplicationDelegate& delegate = shell.delegate();
+    ScriptingService scripting(delegate);
+    QObject::connect(&scripting, &ScriptingService::activationRequested, &shell,
+                     &trovara::widgets::Application::bringToFront);
+    if (!rendering) {
+        if (const trovara::Status offered = scripting.registerService(); !offered) {
+            TLOG(offered.error().toString());
+        }
+    }
+
+    // The documents the command line names suppress the untitled one,
+    // which comes one turn after launching when nothing else opened.
+    delegate.applicationWillFinishLaunching();
+    if (!locations.isEmpty()) {
+        scripting.openLocations(locations);
+    }
+    if (!delegate.applicationDidFinishLaunching()) {
+        return 1;
+    }
 
     std::vector<std::pair<QString, QString>> shots;
     for (const QString& shot : parser.values(screenshotOption)) {
@@ -78,5 +104,7 @@ int main(int argc, char** argv)
     if (!shots.empty()) {
         screenshots.start();
     }
-    return app.exec();
+    const int status = app.exec();
+    delegate.applicationWillTerminate();
+    return status;
 }
