@@ -56,6 +56,7 @@ class AbstractInspectorController;
 class InspectorController;
 class PreferencesController;
 class QueryInspectorController;
+class TextPreviewController;
 class ThumbnailLoader;
 
 class Application final : public QObject {
@@ -99,6 +100,7 @@ public:
     // --- Panels and menus ------------------------------------------------------------
     InspectorController* inspector() const { return m_inspector; }
     QueryInspectorController* queryInspector() const { return m_queryInspector; }
+    TextPreviewController* textPreview() const { return m_textPreview; }
     // The shell's commands, as every window shows them.
     const ApplicationActions& actions() const { return m_actions; }
     QStringList recentDocuments() const;
@@ -151,6 +153,7 @@ private:
     QPointer<document::Document> m_activeDocument;
     InspectorController* m_inspector = nullptr;
     QueryInspectorController* m_queryInspector = nullptr;
+    TextPreviewController* m_textPreview = nullptr;
     std::vector<AbstractInspectorController*> m_panels;
     ApplicationActions m_actions;
     DocumentWindow::UrlOpener m_opener;
