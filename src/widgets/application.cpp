@@ -7,6 +7,7 @@
 #include "document/template_item.h"
 #include "index/live/qt_dispatcher.h"
 #include "model/defaults.h"
+#include "app/home_indexer.h"
 #include "widgets/file_icons.h"
 #include "widgets/inspector_controller.h"
 #include "widgets/message_bar.h"
@@ -51,6 +52,7 @@ QString errorText(const Error& error)
 Application::Application(const std::string& indexDirectory, index::IndexServices services,
                          daemon::QuerySourceOptions options, QObject* parent)
     : QObject(parent)
+    , m_firstIndexFolder(QDir::homePath())
 {
     QPointer<Application> self(this);
     auto notify = options.notice;
@@ -103,12 +105,27 @@ Application::~Application()
     m_delegate.reset();
     delete m_actions.templateMenu;
     delete m_actions.openRecentMenu;
+    // A crawl under way stops; the engine reports to the indexer until it
+    // is gone.
+    m_homeIndexer->cancel();
     m_source.reset();
+    delete m_homeIndexer;
 }
 
 void Application::setUp()
 {
     m_dispatcher = std::make_shared<index::QtDispatcher>(this);
+    m_homeIndexer = new app::HomeIndexer;
+    connect(m_homeIndexer, &app::HomeIndexer::progressed, this, [this](qulonglong entries) {
+        showIndexingText(tr("Indexing your home folder: %L1 items so far…").arg(entries));
+    });
+    connect(m_homeIndexer, &app::HomeIndexer::finished, this, [this](const QString& problem) {
+        showIndexingText(QString());
+        if (!problem.isEmpty()) {
+            showNotice(tr("Your home folder could not be indexed: %1").arg(problem),
+                       static_cast<int>(MessageBar::Kind::Error));
+        }
+    });
     m_delegate = std::make_unique<app::ApplicationDelegate>(*m_source, m_dispatcher);
     // A window loads its document once the index is open.
     m_delegate->setDisplaysDocuments(false);
@@ -158,7 +175,10 @@ void Application::buildActions()
     refreshTemplateMenu();
 
     m_actions.preferences = new QAction(tr("Preferences…"), this);
-    m_actions.preferences->setShortcut(QKeySequence::Preferences);
+    // Ctrl+, where the desktop names no key of its own for preferences.
+    m_actions.preferences->setShortcuts(QKeySequence::keyBindings(QKeySequence::Preferences).isEmpty()
+                                            ? QList<QKeySequence>{QKeySequence(Qt::CTRL | Qt::Key_Comma)}
+                                            : QKeySequence::keyBindings(QKeySequence::Preferences));
     m_actions.preferences->setMenuRole(QAction::PreferencesRole);
     connect(m_actions.preferences, &QAction::triggered, this, &Application::showPreferences);
 
@@ -220,6 +240,9 @@ DocumentWindow* Application::makeWindow(document::Document* document)
     emit windowCreated(window);
     if (isIndexSettled()) {
         window->loadDocument();
+    }
+    if (!m_indexingText.isEmpty()) {
+        window->showIndexingProgress(m_indexingText);
     }
     if (!m_notice.isEmpty()) {
         window->messageBar()->showMessage(m_notice, static_cast<MessageBar::Kind>(m_noticeKind));
@@ -422,7 +445,25 @@ void Application::indexSettled()
     for (DocumentWindow* window : windows()) {
         window->loadDocument();
     }
+    startFirstIndexing();
     emit indexOpened();
+}
+
+void Application::startFirstIndexing()
+{
+    index::QuerySource* source = m_source->source();
+    if (!source || m_firstIndexFolder.isEmpty() || !m_homeIndexer->startIfNeeded(*source, m_firstIndexFolder)) {
+        return;
+    }
+    showIndexingText(tr("Indexing your home folder…"));
+}
+
+void Application::showIndexingText(const QString& text)
+{
+    m_indexingText = text;
+    for (DocumentWindow* window : windows()) {
+        window->showIndexingProgress(text);
+    }
 }
 
 void Application::showNotice(const QString& text, int kind)

@@ -17,6 +17,9 @@
 //   ("recentDocuments"); File ▸ New from Template lists the templates
 //   folder, one item "template_%i" per template. Edit ▸ Preferences opens
 //   the preferences window.
+// - On a first start (an index in this process that knows no folder yet)
+//   the home folder is indexed: every window shows a progress bar while
+//   the names are crawled, and searches show results as they come.
 // - Errors are logged, then shown as an alert on the active window.
 //
 // Main thread only.
@@ -39,6 +42,9 @@
 
 class QMenu;
 
+namespace trovara::app {
+class HomeIndexer;
+}
 namespace trovara::daemon {
 class BackgroundQuerySource;
 }
@@ -114,6 +120,9 @@ public:
     // Raises the active window (another `trovara` was started).
     void bringToFront();
 
+    // The first indexing of the home folder, while it runs ("" otherwise).
+    QString indexingText() const { return m_indexingText; }
+
     // Where windows open URLs (tests keep them in).
     void setUrlOpener(DocumentWindow::UrlOpener opener);
 
@@ -131,6 +140,8 @@ private:
     DocumentWindow* makeWindow(document::Document* document);
     void indexSettled();
     void showNotice(const QString& text, int kind);
+    void startFirstIndexing();
+    void showIndexingText(const QString& text);
     void windowActivated(DocumentWindow* window);
     void windowClosed(DocumentWindow* window);
     void documentWillClose(document::Document* document);
@@ -158,6 +169,10 @@ private:
     ApplicationActions m_actions;
     DocumentWindow::UrlOpener m_opener;
     ErrorPresenter m_previousPresenter;
+    // The folder a first start indexes (empty: none, as in tests).
+    QString m_firstIndexFolder;
+    app::HomeIndexer* m_homeIndexer = nullptr;
+    QString m_indexingText;
     QString m_notice;
     int m_noticeKind = 0;
 };

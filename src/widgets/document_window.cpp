@@ -34,6 +34,7 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
 #include <QStackedWidget>
@@ -392,7 +393,20 @@ QWidget* DocumentWindow::buildCentre()
     bold.setBold(true);
     m_status->setFont(bold);
     m_busy = new BusyIndicator(statusRow);
+    // The crawl does not know its total: the bar only says it is under way.
+    m_indexingText = new QLabel(statusRow);
+    m_indexingText->setObjectName(QStringLiteral("indexingText"));
+    m_indexing = new QProgressBar(statusRow);
+    m_indexing->setObjectName(QStringLiteral("indexingProgress"));
+    m_indexing->setAccessibleName(tr("Indexing progress"));
+    m_indexing->setRange(0, 0);
+    m_indexing->setTextVisible(false);
+    m_indexing->setMaximumWidth(140);
+    m_indexingText->hide();
+    m_indexing->hide();
     statusLayout->addWidget(m_status, 1);
+    statusLayout->addWidget(m_indexingText);
+    statusLayout->addWidget(m_indexing);
     statusLayout->addWidget(m_busy);
     layout->addWidget(statusRow);
 
@@ -841,6 +855,15 @@ void DocumentWindow::changeEvent(QEvent* event)
     if (event->type() == QEvent::ActivationChange && isActiveWindow()) {
         emit windowActivated(this);
     }
+}
+
+void DocumentWindow::showIndexingProgress(const QString& text)
+{
+    m_indexingText->setText(text);
+    m_indexing->setAccessibleDescription(text);
+    m_indexing->setToolTip(text);
+    m_indexingText->setVisible(!text.isEmpty());
+    m_indexing->setVisible(!text.isEmpty());
 }
 
 }  // namespace trovara::widgets

@@ -31,6 +31,7 @@
 
 class QActionGroup;
 class QLabel;
+class QProgressBar;
 class QSlider;
 class QStackedWidget;
 class QVBoxLayout;
@@ -149,6 +150,10 @@ public:
     PathBar* pathBar() const { return m_pathBar; }
     QLabel* statusLabel() const { return m_status; }
     BusyIndicator* busyIndicator() const { return m_busy; }
+    // The first indexing of the home folder: a progress bar and its text
+    // beside the status line; an empty text hides them.
+    void showIndexingProgress(const QString& text);
+    QProgressBar* indexingProgress() const { return m_indexing; }
     QSlider* zoomSlider() const { return m_zoom; }
     QAction* startStopAction() const { return m_startStop; }
     QAction* startAction() const { return m_start; }
@@ -234,6 +239,8 @@ private:
     QLabel* m_criteriaSummary = nullptr;
     QLabel* m_status = nullptr;
     BusyIndicator* m_busy = nullptr;
+    QProgressBar* m_indexing = nullptr;
+    QLabel* m_indexingText = nullptr;
     QStackedWidget* m_views = nullptr;
     ResultTableView* m_table = nullptr;
     ResultGridView* m_grid = nullptr;

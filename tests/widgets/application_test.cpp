@@ -19,6 +19,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPointer>
+#include <QProgressBar>
 #include <QTest>
 
 #include <thread>
@@ -239,6 +240,42 @@ TEST_F(ApplicationTest, AnIndexThatCannotBeOpenedIsSaidInTheWindowWhichStaysUsab
     setPlaces(window->document(), {treePath("docs")});
     searchNames(window, QStringLiteral("report"));
     EXPECT_EQ(window->document().metadataQueryController()->results()->rowCount(), 6);
+}
+
+TEST_F(ApplicationTest, AFirstStartIndexesTheHomeFolderWithProgressInTheWindowThenFindsItsFiles)
+{
+    // No index yet, no daemon; the home folder is the tree's docs folder.
+    const ScopedEnv home("HOME", at("docs").c_str());
+    const std::string fresh = outside + "/first-start-index";
+    daemon::QuerySourceOptions options;
+    options.embeddedOnly = true;
+    m_application = std::make_unique<Application>(fresh, liveServices(), options);
+    DocumentWindow* window = m_application->newDocument();
+    ASSERT_NE(window, nullptr);
+    ASSERT_TRUE(waitFor([&] { return m_application->isIndexSettled(); }, "the index to open"));
+    // The crawl reports on a later turn: the bar is up from the start.
+    EXPECT_TRUE(window->indexingProgress()->isVisible());
+    EXPECT_FALSE(m_application->indexingText().isEmpty());
+    // A window opened meanwhile shows it too.
+    DocumentWindow* second = m_application->newDocument();
+    ASSERT_NE(second, nullptr);
+    EXPECT_TRUE(second->indexingProgress()->isVisible());
+
+    ASSERT_TRUE(waitFor([&] { return m_application->indexingText().isEmpty(); }, "the first indexing to end"));
+    EXPECT_FALSE(window->indexingProgress()->isVisible());
+    EXPECT_FALSE(window->messageBar()->isVisible()) << window->messageBar()->text().toStdString();
+    EXPECT_EQ(m_application->querySource().indexedRoots(),
+              std::vector<std::string>{QDir(treePath("docs")).canonicalPath().toStdString()});
+    ASSERT_TRUE(waitFor([&] { return window->isDocumentLoaded(); }, "the window to load"));
+    setPlaces(window->document(), {treePath("docs")});
+    searchNames(window, QStringLiteral("report"));
+    EXPECT_EQ(window->document().metadataQueryController()->results()->rowCount(), 6);
+
+    // The next start finds the folder in the index and crawls nothing new.
+    m_application.reset();
+    m_application = std::make_unique<Application>(fresh, liveServices(), options);
+    ASSERT_TRUE(waitFor([&] { return m_application->isIndexSettled(); }, "the index to open again"));
+    EXPECT_TRUE(m_application->indexingText().isEmpty());
 }
 
 TEST_F(ApplicationTest, ADaemonThatDiesLeavesAMessageAndAUsableWindow)
