@@ -3,6 +3,7 @@
 // inspector (rows of the selected result, copy, links) and the query
 // inspector.
 #include "common/paths.h"
+#include "focus_walk.h"
 #include "query/metadata_query_controller.h"
 #include "query/result_table_model.h"
 #include "widget_test_support.h"
@@ -199,6 +200,28 @@ TEST_F(InspectorTest, APanelOpenAtQuitOpensAgainAtTheNextLaunch)
     relaunched.window()->close();
     relaunched.applicationWillTerminate();
     EXPECT_FALSE(model::Defaults::shared().boolValue(QStringLiteral("InspectorControllerActive")));
+}
+
+TEST_F(InspectorTest, BothPanelsOpenFromTheKeyboardAndEveryControlIsNamedAndReachedByTab)
+{
+    DocumentWindow* window = newSearchWindow();
+    searchNames(window, QStringLiteral("report"));
+    window->document().metadataQueryController()->results()->setSelectionIndex(0);
+    const auto walkOpenedBy = [&](QWidget* panel, Qt::KeyboardModifiers modifiers, const char* what) {
+        window->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(window)) << what;
+        QTest::keyClick(window, Qt::Key_I, modifiers);
+        ASSERT_TRUE(QTest::qWaitForWindowActive(panel)) << what;
+        const FocusWalk walk = walkFocus(panel);
+        EXPECT_FALSE(walk.endless) << what;
+        EXPECT_FALSE(walk.forward.empty()) << what;
+        EXPECT_TRUE(walk.unnamed.isEmpty()) << what << ": " << walk.unnamed.join(", ").toStdString();
+        EXPECT_TRUE(walk.unreached.isEmpty()) << what << ": " << walk.unreached.join(", ").toStdString();
+        QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : panel, Qt::Key_Escape);
+        EXPECT_FALSE(panel->isVisible()) << what;
+    };
+    walkOpenedBy(application().inspector()->window(), Qt::ControlModifier, "inspector");
+    walkOpenedBy(application().queryInspector()->window(), Qt::ControlModifier | Qt::AltModifier, "query inspector");
 }
 
 TEST_F(InspectorTest, TheQueryInspectorShowsTheQueryPlacesLimitAndState)
