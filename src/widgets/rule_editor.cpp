@@ -32,6 +32,7 @@ namespace {
 // A line being dragged within its editor: the editor and the line's index.
 const QString kLineMimeType = QStringLiteral("application/x-trovara-rule-line");
 constexpr int kIndent = 22;
+constexpr int kNarrowestPopUp = 56;
 
 QStringList localPaths(const QMimeData* data)
 {
@@ -420,6 +421,9 @@ void RuleEditorLine::updateSlot(int row, int position, bool compound)
         slot = Slot();
         auto* popUp = new QComboBox(this);
         popUp->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+        // As wide as its longest choice when there is room, narrower in a
+        // narrow window.
+        popUp->setMinimumWidth(kNarrowestPopUp);
         connect(popUp, &QComboBox::activated, this, [this, position](int index) { chosen(position, index); });
         watchKeys(popUp);
         slot.popUp = popUp;

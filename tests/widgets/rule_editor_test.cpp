@@ -203,6 +203,15 @@ TEST_F(RuleEditorWidgetTest, TextThatDoesNotReadIsMarkedAndKept)
     EXPECT_TRUE(queryText().contains(QStringLiteral("$time.today(-30)"))) << queryText().toStdString();
 }
 
+TEST_F(RuleEditorWidgetTest, TheEditorsLetTheWindowBeNarrow)
+{
+    // A saved window of 700 points opens at that width.
+    EXPECT_LE(panel->minimumSizeHint().width(), 640);
+    panel->criteriaEditor()->line(1)->addButton()->click();
+    settle();
+    EXPECT_LE(panel->minimumSizeHint().width(), 640);
+}
+
 class FolderDropTest : public RuleEditorWidgetTest {
 protected:
     void SetUp() override
