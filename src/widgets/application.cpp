@@ -11,6 +11,7 @@
 #include "widgets/inspector_controller.h"
 #include "widgets/message_bar.h"
 #include "widgets/query_inspector_controller.h"
+#include "widgets/text_preview_controller.h"
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -112,7 +113,8 @@ void Application::setUp()
     QApplication::setQuitOnLastWindowClosed(false);
     m_inspector = new InspectorController;
     m_queryInspector = new QueryInspectorController;
-    m_panels = {m_inspector, m_queryInspector};
+    m_textPreview = new TextPreviewController;
+    m_panels = {m_inspector, m_queryInspector, m_textPreview};
     buildActions();
     for (AbstractInspectorController* panel : m_panels) {
         connect(panel, &AbstractInspectorController::windowStateChanged, this, &Application::refreshPanelTitles);
@@ -167,7 +169,13 @@ void Application::buildActions()
     queryInspector->setToolTip(tr("Show or hide the query of this search"));
     connect(queryInspector, &QAction::triggered, m_queryInspector,
             &AbstractInspectorController::toggleInspectorPanel);
-    m_actions.panels = {inspector, queryInspector};
+    auto* textPreview = new QAction(m_textPreview->menuTitle(), this);
+    textPreview->setShortcut(QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_P));
+    textPreview->setIcon(themeIcon(QStringLiteral("text-x-generic"), style->standardIcon(QStyle::SP_FileIcon)));
+    textPreview->setIconText(tr("Preview"));
+    textPreview->setToolTip(tr("Show or hide the text of the selected result, its search terms coloured"));
+    connect(textPreview, &QAction::triggered, m_textPreview, &AbstractInspectorController::toggleInspectorPanel);
+    m_actions.panels = {inspector, queryInspector, textPreview};
 
     m_actions.about = new QAction(tr("About Trovara"), this);
     m_actions.about->setMenuRole(QAction::AboutRole);

@@ -50,6 +50,7 @@ namespace trovara::widgets {
 class AbstractInspectorController;
 class InspectorController;
 class QueryInspectorController;
+class TextPreviewController;
 class ThumbnailLoader;
 
 class Application final : public QObject {
@@ -92,6 +93,7 @@ public:
     // --- Panels and menus ------------------------------------------------------------
     InspectorController* inspector() const { return m_inspector; }
     QueryInspectorController* queryInspector() const { return m_queryInspector; }
+    TextPreviewController* textPreview() const { return m_textPreview; }
     // The shell's commands, as every window shows them.
     const ApplicationActions& actions() const { return m_actions; }
     QStringList recentDocuments() const;
@@ -136,6 +138,7 @@ private:
     QPointer<document::Document> m_activeDocument;
     InspectorController* m_inspector = nullptr;
     QueryInspectorController* m_queryInspector = nullptr;
+    TextPreviewController* m_textPreview = nullptr;
     std::vector<AbstractInspectorController*> m_panels;
     ApplicationActions m_actions;
     DocumentWindow::UrlOpener m_opener;
