@@ -79,20 +79,30 @@ model::AttributeValue* rememberedValues(const QueryLeaf& leaf, const QString& ke
     return nullptr;
 }
 
-// Writes one value into the row and into what the row remembers for its
+// Writes values into the row and into what the row remembers for its
 // attribute.
-void storeValue(QueryLeaf& leaf, const QString& field, const QVariant& value)
+void storeValues(QueryLeaf& leaf, std::initializer_list<std::pair<const char*, QVariant>> values)
 {
-    if (leaf.value(field) != value || leaf.value(field).isValid() != value.isValid()) {
-        leaf.setValue(field, value);
-    }
-    if (QueryAttribute* attribute = leaf.queryAttribute()) {
-        if (model::AttributeValue* remembered = leaf.attributeValueForKey(attribute->attributeKey())) {
-            if (remembered->value(field) != value || remembered->value(field).isValid() != value.isValid()) {
-                remembered->setValue(field, value);
+    QueryAttribute* attribute = leaf.queryAttribute();
+    model::AttributeValue* remembered = attribute ? leaf.attributeValueForKey(attribute->attributeKey()) : nullptr;
+    for (const auto& [name, value] : values) {
+        const QString field = QString::fromLatin1(name);
+        for (store::ManagedObject* object : {static_cast<store::ManagedObject*>(&leaf),
+                                             static_cast<store::ManagedObject*>(remembered)}) {
+            if (object && (object->value(field) != value || object->value(field).isValid() != value.isValid())) {
+                object->setValue(field, value);
             }
         }
     }
+}
+
+// The four values a field edits.
+void storeFieldValues(QueryLeaf& leaf, const ValueContainer& values)
+{
+    storeValues(leaf, {{"queryString", values.queryString()},
+                       {"queryNumber", values.queryNumber()},
+                       {"queryDate", values.queryDate()},
+                       {"queryBoolean", values.queryBoolean()}});
 }
 
 // A file size as a number with the unit that reads best.
@@ -439,7 +449,9 @@ void PredicateEditorDelegate::writeLeaf(RowDescription& row, QueryLeaf& leaf, bo
 {
     const std::vector<Criterion>& criteria = row.criteria;
     auto* attribute = criteria.empty() ? nullptr : criteria[0].object<QueryAttribute>();
-    if (!attribute) {
+    if (!attribute || (!isNew && criteria == criteriaForLeaf(leaf))) {
+        // Not edited: a row shows some things it does not hold (the first
+        // unit while it has none), which must not be written by the way.
         return;
     }
     if (isNew || attribute != leaf.queryAttribute()) {
@@ -460,22 +472,19 @@ void PredicateEditorDelegate::writeLeaf(RowDescription& row, QueryLeaf& leaf, bo
     }
     if (criteria.size() > 2) {
         if (const auto* type = criteria[2].value<model::ContentType>()) {
-            storeValue(leaf, QStringLiteral("queryString"), type->utiString());
+            storeValues(leaf, {{"queryString", type->utiString()}});
         } else if (const auto* label = criteria[2].value<model::FinderLabelValue>()) {
-            storeValue(leaf, QStringLiteral("queryNumber"), label->number());
+            storeValues(leaf, {{"queryNumber", label->number()}});
         }
     }
     if (criteria.size() > 3) {
         if (const auto* unit = criteria[3].value<model::Unit>()) {
-            storeValue(leaf, QStringLiteral("queryUnit"), unit->representation());
+            storeValues(leaf, {{"queryUnit", unit->representation()}});
         }
     }
     if (isNew && row.values && row.values->attributeKey() == attribute->attributeKey()) {
         // A copy of another line: its values too.
-        storeValue(leaf, QStringLiteral("queryString"), row.values->queryString());
-        storeValue(leaf, QStringLiteral("queryNumber"), row.values->queryNumber());
-        storeValue(leaf, QStringLiteral("queryDate"), row.values->queryDate());
-        storeValue(leaf, QStringLiteral("queryBoolean"), row.values->queryBoolean());
+        storeFieldValues(leaf, *row.values);
     }
 }
 
@@ -490,12 +499,7 @@ void PredicateEditorDelegate::valuesDidChange(RowDescription& row, ValueContaine
         return;
     }
     writing([&] {
-        document().updatePredicate([&] {
-            storeValue(*leaf, QStringLiteral("queryString"), values.queryString());
-            storeValue(*leaf, QStringLiteral("queryNumber"), values.queryNumber());
-            storeValue(*leaf, QStringLiteral("queryDate"), values.queryDate());
-            storeValue(*leaf, QStringLiteral("queryBoolean"), values.queryBoolean());
-        });
+        document().updatePredicate([&] { storeFieldValues(*leaf, values); });
     });
 }
 

@@ -9,7 +9,6 @@
 #include "query/result_controller.h"
 #include "query/result_table_model.h"
 #include "model/abstract_attribute.h"
-#include "widgets/attribute_list_dialog.h"
 #include "widgets/busy_indicator.h"
 #include "widgets/cover_flow_view.h"
 #include "widgets/file_icons.h"
@@ -18,6 +17,7 @@
 #include "widgets/path_bar.h"
 #include "widgets/result_grid_view.h"
 #include "widgets/result_table_view.h"
+#include "widgets/rule_editors_panel.h"
 #include "widgets/template_saver_sheet.h"
 #include "widgets/thumbnail_cache.h"
 
@@ -380,6 +380,10 @@ QWidget* DocumentWindow::buildCentre()
     m_criteriaSummary->setTextInteractionFlags(Qt::TextSelectableByMouse);
     m_ruleEditorLayout->addWidget(m_criteriaSummary);
     layout->addWidget(m_ruleEditorArea);
+    // The four editors: criteria, places, places left out, limit. They
+    // are filled from the document once the window is loaded.
+    m_ruleEditors = new RuleEditorsPanel(m_document, m_ruleEditorArea);
+    insertRuleEditor(m_ruleEditors);
     // ---- End of the criteria area.
 
     auto* statusRow = new QWidget(centre);
@@ -451,6 +455,7 @@ void DocumentWindow::loadDocument()
     if (!m_document.isWindowLoaded()) {
         m_document.windowControllerDidLoadNib();
     }
+    m_ruleEditors->loadEditors();
     m_status->setText(controller->statusLine().isEmpty() ? model::localized(QStringLiteral("Results"))
                                                          : controller->statusLine());
     controller->isBusy() ? m_busy->start() : m_busy->stop();
@@ -697,25 +702,8 @@ void DocumentWindow::decreaseRowHeight()
 
 void DocumentWindow::chooseMoreColumns()
 {
-    auto* dialog = new AttributeListDialog(this);
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    ResultTableModel* results = m_document.metadataQueryController()->results();
-    QStringList shown;
-    for (const ResultTableModel::Column& column : results->columns()) {
-        shown << column.identifier;
-    }
-    dialog->setExcludedKeys(shown);
-    connect(dialog, &AttributeListDialog::attributesChosen, this, [this](const QStringList& keys) {
-        ResultTableModel* model = m_document.metadataQueryController()->results();
-        for (const QString& key : keys) {
-            model::ColumnAttribute* attribute =
-                model::ColumnAttribute::attributeWithKey(key, m_document.managedObjectContext());
-            if (attribute && model->columnForIdentifier(key) < 0) {
-                model->addColumnForColumnAttribute(attribute);
-            }
-        }
-    });
-    dialog->open();
+    // "Select column attributes": every attribute of the index, searchable.
+    m_ruleEditors->editors().beginColumnSheet();
 }
 
 // --- Alerts -----------------------------------------------------------------------------------------------

@@ -51,6 +51,7 @@ class MessageBar;
 class PathBar;
 class ResultGridView;
 class ResultTableView;
+class RuleEditorsPanel;
 class TemplateSaverSheet;
 class ThumbnailLoader;
 
@@ -92,6 +93,9 @@ public:
     QWidget* ruleEditorArea() const { return m_ruleEditorArea; }
     // Inserts an editor at the position (-1: at the end).
     void insertRuleEditor(QWidget* editor, int position = -1);
+    // The criteria, places, exclusions and limit editors (filled once the
+    // document is loaded).
+    RuleEditorsPanel* ruleEditors() const { return m_ruleEditors; }
 
     // --- Result views ---------------------------------------------------------------
     ResultTableView* tableView() const { return m_table; }
@@ -232,6 +236,7 @@ private:
     QWidget* m_ruleEditorArea = nullptr;
     QVBoxLayout* m_ruleEditorLayout = nullptr;
     QLabel* m_criteriaSummary = nullptr;
+    RuleEditorsPanel* m_ruleEditors = nullptr;
     QLabel* m_status = nullptr;
     BusyIndicator* m_busy = nullptr;
     QStackedWidget* m_views = nullptr;

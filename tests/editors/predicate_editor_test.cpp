@@ -323,6 +323,24 @@ TEST_F(PredicateEditorTest, AnAttributeTheIndexDoesNotKnowSaysSoAndAddsNothing)
     EXPECT_TRUE(consistent());
 }
 
+TEST_F(PredicateEditorTest, EditingOneRowLeavesTheOthersAsTheyAre)
+{
+    // A size without a unit (bytes) shows the first unit, KB; editing
+    // another row must not store that KB.
+    document->updatePredicate([&] {
+        ASSERT_TRUE(model::readCriteriaJson(
+            R"({"operator":"AND","children":[{"attribute":"kMDItemFSSize","operator":"greaterThan","number":5000},
+                {"attribute":"kMDItemDisplayName","operator":"contains","string":"a"}]})",
+            context()));
+    });
+    editors->loadPredicateEditor();
+    EXPECT_EQ(criteria().rowAtIndex(1)->displayValues[3].text, QStringLiteral("KB"));
+    typeInto(2, QStringLiteral("b"));
+    EXPECT_EQ(queryText(), QStringLiteral("((kMDItemFSSize > '5000') && (kMDItemDisplayName == '*b*'cd))"));
+    EXPECT_FALSE(leafOf(1)->queryUnit().isValid());
+    EXPECT_TRUE(consistent());
+}
+
 TEST_F(PredicateEditorTest, UndoAndRedoReachEveryEditAndTheLines)
 {
     settle();

@@ -5,11 +5,12 @@
 #include "query/metadata_query_controller.h"
 #include "query/result_table_model.h"
 #include "widget_test_support.h"
-#include "widgets/attribute_list_dialog.h"
+#include "widgets/attribute_selection_sheet.h"
 #include "widgets/cover_flow_view.h"
 #include "widgets/filter_field.h"
 #include "widgets/result_grid_view.h"
 #include "widgets/result_table_view.h"
+#include "widgets/rule_editors_panel.h"
 
 #include <QAbstractItemModelTester>
 #include <QHeaderView>
@@ -17,6 +18,7 @@
 #include <QListWidget>
 #include <QMenu>
 #include <QTest>
+#include <QTreeWidget>
 
 namespace trovara::test {
 namespace {
@@ -160,26 +162,21 @@ TEST_F(ResultViewsTest, AClickOnAHeaderSortsByThatColumnAndASecondClickTurnsTheO
               model->columns()[static_cast<std::size_t>(other)].sortDescriptorPrototype.key);
 }
 
-TEST_F(ResultViewsTest, MoreColumnsOffersTheSchemasOtherAttributesAndAddsTheChosenOne)
+TEST_F(ResultViewsTest, MoreColumnsOpensTheColumnSheetAndAddsTheChosenAttribute)
 {
     DocumentWindow* window = newSearchWindow();
-    widgets::AttributeListDialog dialog;
-    dialog.setExcludedKeys(columnKeys(results(window)));
-    const QStringList all = dialog.offeredKeys();
-    ASSERT_FALSE(all.isEmpty());
-    for (const QString& key : columnKeys(results(window))) {
-        EXPECT_FALSE(all.contains(key)) << key.toStdString();
-    }
-    QTest::keyClicks(dialog.searchField(), QStringLiteral("kMDItemFSOwnerUserID"));
-    EXPECT_EQ(dialog.offeredKeys(), QStringList({"kMDItemFSOwnerUserID"}));
-    QStringList chosen;
-    QObject::connect(&dialog, &widgets::AttributeListDialog::attributesChosen,
-                     [&](const QStringList& keys) { chosen = keys; });
-    QTest::keyClick(dialog.searchField(), Qt::Key_Return);
-    EXPECT_EQ(chosen, QStringList({"kMDItemFSOwnerUserID"}));
-    // Nothing matches: nothing is chosen.
-    dialog.searchField()->setText(QStringLiteral("no such attribute"));
-    EXPECT_TRUE(dialog.offeredKeys().isEmpty());
+    ASSERT_FALSE(columnKeys(results(window)).contains(QStringLiteral("kMDItemFSOwnerUserID")));
+    emit window->tableView()->moreColumnsRequested();
+    QCoreApplication::processEvents();
+    auto* sheet = window->findChild<widgets::AttributeSelectionSheet*>();
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_EQ(sheet->windowTitle(), QStringLiteral("Select column attributes"));
+    QTest::keyClicks(sheet->searchField(), QStringLiteral("kMDItemFSOwnerUserID"));
+    ASSERT_EQ(sheet->list()->topLevelItemCount(), 1);
+    QTest::keyClick(sheet->searchField(), Qt::Key_Down);
+    QTest::keyClick(sheet->list(), Qt::Key_Return);
+    EXPECT_TRUE(columnKeys(results(window)).contains(QStringLiteral("kMDItemFSOwnerUserID")));
+    EXPECT_FALSE(window->ruleEditors()->editors().columnAttributeSelectionController().isSheetOpen());
 }
 
 TEST_F(ResultViewsTest, TheGridZoomSetsTheCellSizeAndIsRemembered)

@@ -1,0 +1,284 @@
+// The rule editors as a person uses them: with the keyboard alone (every
+// control reached with Tab, named, and changed with keys), dropping
+// folders, and choosing an attribute in the sheet.
+#include "document/document.h"
+#include "editors/document_editors.h"
+#include "model/defaults.h"
+#include "model/query_leaf.h"
+#include "presentation/column_formatters.h"
+#include "test_support.h"
+#include "widgets/attribute_selection_sheet.h"
+#include "widgets/rule_editor.h"
+#include "widgets/rule_editors_panel.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QTest>
+#include <QToolButton>
+#include <QTreeWidget>
+#include <QUrl>
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace trovara::test {
+namespace {
+
+using widgets::RuleEditor;
+using widgets::RuleEditorsPanel;
+
+class RuleEditorWidgetTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        model::Defaults::resetSharedForTesting(QDir::homePath() + QStringLiteral("/rule-editor-test.conf"));
+        presentation::installColumnPropertiesChooser();
+        document = std::make_unique<document::Document>(source);
+        ASSERT_TRUE(document->initWithType().ok());
+        document->windowControllerDidLoadNib();
+        window = std::make_unique<QWidget>();
+        window->resize(900, 600);
+        panel = new RuleEditorsPanel(*document, window.get());
+        panel->resize(900, 600);
+        panel->loadEditors();
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        settle();
+    }
+
+    void TearDown() override
+    {
+        window.reset();
+        document.reset();
+        settle();
+        model::ColumnAttribute::setPropertiesChooser({});
+        model::Defaults::resetSharedForTesting();
+    }
+
+    static void settle()
+    {
+        for (int i = 0; i < 4; ++i) {
+            QApplication::processEvents();
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        }
+    }
+
+    editors::RuleEditorModel& criteria() { return panel->editors().predicateEditor(); }
+    QString queryText() const { return document->metadataQueryController()->expression(); }
+
+    // Sends a drop of the paths onto the middle of a line of the editor.
+    static bool drop(QWidget* target, const QStringList& paths, QPoint at = {})
+    {
+        QMimeData data;
+        QList<QUrl> urls;
+        for (const QString& path : paths) {
+            urls << (path.startsWith(QLatin1String("http")) ? QUrl(path) : QUrl::fromLocalFile(path));
+        }
+        data.setUrls(urls);
+        if (at.isNull()) {
+            at = QPoint(target->width() / 2, 10);
+        }
+        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(target, &enter);
+        if (!enter.isAccepted()) {
+            return false;
+        }
+        QDropEvent dropped(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(target, &dropped);
+        return dropped.isAccepted();
+    }
+
+    index::NoIndexSource source;
+    std::unique_ptr<document::Document> document;
+    std::unique_ptr<QWidget> window;
+    RuleEditorsPanel* panel = nullptr;
+};
+
+TEST_F(RuleEditorWidgetTest, TabReachesEveryControlOfEveryLineAndEachHasAName)
+{
+    RuleEditor* editor = panel->criteriaEditor();
+    ASSERT_EQ(editor->lineCount(), 6);
+    editor->focusLine(0);
+    settle();
+    std::set<QWidget*> reached;
+    QWidget* first = QApplication::focusWidget();
+    ASSERT_NE(first, nullptr);
+    for (int presses = 0; presses < 200; ++presses) {
+        QWidget* focused = QApplication::focusWidget();
+        ASSERT_NE(focused, nullptr);
+        EXPECT_FALSE(focused->accessibleName().isEmpty()) << focused->metaObject()->className();
+        if (!reached.insert(focused).second) {
+            break;  // round the whole panel
+        }
+        QTest::keyClick(focused, Qt::Key_Tab);
+    }
+    // Every pop-up, field and enabled button of every line was reached.
+    for (RuleEditor* each : {panel->criteriaEditor(), panel->scopeEditor(), panel->limitEditor()}) {
+        for (int row = 0; row < each->lineCount(); ++row) {
+            widgets::RuleEditorLine* line = each->line(row);
+            for (int position = 0; line->control(position); ++position) {
+                QWidget* control = line->control(position);
+                QWidget* proxy = control->focusProxy() ? control->focusProxy() : control;
+                EXPECT_TRUE(reached.count(proxy)) << each->accessibleName().toStdString() << " line " << row
+                                                  << " position " << position;
+            }
+            if (line->addButton()->isVisible()) {
+                EXPECT_TRUE(reached.count(line->addButton()));
+            }
+        }
+    }
+    EXPECT_TRUE(reached.count(panel->exclusionDropButton()));
+}
+
+TEST_F(RuleEditorWidgetTest, ACriterionIsBuiltWithTheKeyboardAlone)
+{
+    RuleEditor* editor = panel->criteriaEditor();
+    widgets::RuleEditorLine* line = editor->line(1);
+    // The operator pop-up: Down picks the next operator.
+    QComboBox* comparison = line->popUp(1);
+    ASSERT_NE(comparison, nullptr);
+    EXPECT_EQ(comparison->accessibleName(), QStringLiteral("Comparison of line 2"));
+    comparison->setFocus();
+    QTest::keyClick(comparison, Qt::Key_Down);
+    EXPECT_EQ(criteria().rowAtIndex(1)->displayValues[1].text, QStringLiteral("is"));
+    // Tab into the field and type.
+    QTest::keyClick(comparison, Qt::Key_Tab);
+    auto* field = qobject_cast<QLineEdit*>(QApplication::focusWidget());
+    ASSERT_NE(field, nullptr);
+    EXPECT_EQ(field->accessibleName(), QStringLiteral("Value of line 2"));
+    QTest::keyClicks(field, QStringLiteral("report"));
+    EXPECT_EQ(queryText(), QStringLiteral("((kMDItemDisplayName == 'report'c))"));
+
+    // Space on "+" copies the line; the new line takes the focus.
+    line->addButton()->setFocus();
+    QTest::keyClick(line->addButton(), Qt::Key_Space);
+    settle();
+    ASSERT_EQ(editor->lineCount(), 7);
+    EXPECT_TRUE(editor->line(2)->isAncestorOf(QApplication::focusWidget()));
+    EXPECT_EQ(queryText(), QStringLiteral("((kMDItemDisplayName == 'report'c) && (kMDItemDisplayName == 'report'c))"));
+
+    // Ctrl+Down moves the line with the focus down.
+    editors::RowPtr moved = criteria().rowAtIndex(2);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down, Qt::ControlModifier);
+    settle();
+    EXPECT_EQ(criteria().rowForRowDescription(moved.get()), 3);
+
+    // The group pop-up: End picks NONE.
+    QComboBox* combination = editor->line(0)->popUp(0);
+    combination->setFocus();
+    QTest::keyClick(combination, Qt::Key_End);
+    EXPECT_TRUE(queryText().startsWith(QStringLiteral("! ( (")));
+
+    // Space on "−" removes the line.
+    QTest::keyClick(editor->line(3)->removeButton(), Qt::Key_Space);
+    settle();
+    EXPECT_EQ(editor->lineCount(), 6);
+}
+
+TEST_F(RuleEditorWidgetTest, TextThatDoesNotReadIsMarkedAndKept)
+{
+    RuleEditor* editor = panel->criteriaEditor();
+    ASSERT_TRUE(editor->line(4)->popUp(0));
+    // The date line: a count.
+    auto* count = qobject_cast<QLineEdit*>(editor->line(4)->control(2));
+    ASSERT_NE(count, nullptr);
+    count->setFocus();
+    count->selectAll();
+    QTest::keyClicks(count, QStringLiteral("3x"));
+    EXPECT_EQ(count->text(), QStringLiteral("3x"));
+    EXPECT_FALSE(count->toolTip().isEmpty());
+    EXPECT_FALSE(count->accessibleDescription().isEmpty());
+    // The query keeps the last count that read.
+    EXPECT_TRUE(queryText().contains(QStringLiteral("$time.today(-3)"))) << queryText().toStdString();
+    EXPECT_FALSE(queryText().contains(QStringLiteral("3x")));
+    QTest::keyClick(count, Qt::Key_Backspace);
+    EXPECT_TRUE(count->toolTip().isEmpty());
+    QTest::keyClicks(count, QStringLiteral("0"));
+    EXPECT_TRUE(queryText().contains(QStringLiteral("$time.today(-30)"))) << queryText().toStdString();
+}
+
+TEST_F(RuleEditorWidgetTest, TheEditorsLetTheWindowBeNarrow)
+{
+    // A saved window of 700 points opens at that width.
+    EXPECT_LE(panel->minimumSizeHint().width(), 640);
+    panel->criteriaEditor()->line(1)->addButton()->click();
+    settle();
+    EXPECT_LE(panel->minimumSizeHint().width(), 640);
+}
+
+class FolderDropTest : public RuleEditorWidgetTest {
+protected:
+    void SetUp() override
+    {
+        RuleEditorWidgetTest::SetUp();
+        folder = makeTemporaryFolder(QStringLiteral("dropped"));
+        QDir(folder).mkdir(QStringLiteral("photos"));
+        file = folder + QStringLiteral("/photos/beach.jpg");
+        QFile out(file);
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    }
+
+    QStringList scopes() const { return document->metadataQueryController()->searchScopes(); }
+
+    QString folder;
+    QString file;
+};
+
+TEST_F(FolderDropTest, FoldersDroppedOnThePlacesAreSearchedAndOtherDropsRefused)
+{
+    RuleEditor* places = panel->scopeEditor();
+    const QPoint below(places->width() / 2, places->height() - 2);
+    ASSERT_TRUE(drop(places, {folder + QStringLiteral("/photos")}, below));
+    settle();
+    EXPECT_EQ(places->lineCount(), 2);
+    EXPECT_TRUE(scopes().contains(folder + QStringLiteral("/photos")));
+
+    // Refused: a folder that vanished, a web address, nothing.
+    const QStringList before = scopes();
+    EXPECT_FALSE(drop(places, {folder + QStringLiteral("/gone")}));
+    EXPECT_FALSE(drop(places, {QStringLiteral("https://example.org/")}));
+    EXPECT_EQ(scopes(), before);
+
+    // The limit takes no drops at all.
+    EXPECT_FALSE(drop(panel->limitEditor(), {folder}));
+}
+
+TEST_F(FolderDropTest, TheDropButtonLeavesFoldersOut)
+{
+    EXPECT_FALSE(drop(panel->exclusionDropButton(), {folder + QStringLiteral("/gone")}));
+    ASSERT_TRUE(drop(panel->exclusionDropButton(), {file}));
+    settle();
+    EXPECT_EQ(document->metadataQueryController()->excludedPaths(), QStringList{folder + QStringLiteral("/photos")});
+    EXPECT_EQ(panel->exclusionEditor()->lineCount(), 1);
+}
+
+TEST_F(RuleEditorWidgetTest, OtherOpensTheSheetWhereTypingNarrowsAndReturnChooses)
+{
+    widgets::RuleEditorLine* line = panel->criteriaEditor()->line(1);
+    QComboBox* attribute = line->popUp(0);
+    attribute->setFocus();
+    QTest::keyClick(attribute, Qt::Key_End);  // "Other..."
+    settle();
+    auto* sheet = window->findChild<widgets::AttributeSelectionSheet*>();
+    ASSERT_NE(sheet, nullptr);
+    ASSERT_TRUE(panel->editors().queryAttributeSelectionController().isSheetOpen());
+    // The line keeps its attribute while the sheet is open.
+    EXPECT_EQ(attribute->currentText(), model::QueryAttribute::nameForKey(QStringLiteral("kMDItemDisplayName")));
+    QTest::keyClicks(sheet->searchField(), QStringLiteral("pixel width"));
+    ASSERT_GE(sheet->list()->topLevelItemCount(), 1);
+    QTest::keyClick(sheet->searchField(), Qt::Key_Down);
+    QTest::keyClick(sheet->list(), Qt::Key_Return);
+    settle();
+    EXPECT_FALSE(panel->editors().queryAttributeSelectionController().isSheetOpen());
+    EXPECT_EQ(criteria().rowAtIndex(1)->displayValues[0].text,
+              model::QueryAttribute::nameForKey(QStringLiteral("kMDItemPixelWidth")));
+}
+
+}  // namespace
+}  // namespace trovara::test
