@@ -50,6 +50,7 @@ namespace trovara::widgets {
 class AbstractInspectorController;
 class InspectorController;
 class QueryInspectorController;
+class QuickLookController;
 class TextPreviewController;
 class ThumbnailLoader;
 
@@ -94,6 +95,7 @@ public:
     InspectorController* inspector() const { return m_inspector; }
     QueryInspectorController* queryInspector() const { return m_queryInspector; }
     TextPreviewController* textPreview() const { return m_textPreview; }
+    QuickLookController* quickLook() const { return m_quickLook; }
     // The shell's commands, as every window shows them.
     const ApplicationActions& actions() const { return m_actions; }
     QStringList recentDocuments() const;
@@ -139,6 +141,7 @@ private:
     InspectorController* m_inspector = nullptr;
     QueryInspectorController* m_queryInspector = nullptr;
     TextPreviewController* m_textPreview = nullptr;
+    QuickLookController* m_quickLook = nullptr;
     std::vector<AbstractInspectorController*> m_panels;
     ApplicationActions m_actions;
     DocumentWindow::UrlOpener m_opener;
