@@ -2,6 +2,7 @@
 
 #include "app/application_delegate.h"
 #include "app/dbus_adaptors.h"
+#include "app/quick_search_url.h"
 #include "common/error_presenter.h"
 
 #include <QDBusConnectionInterface>
@@ -14,8 +15,17 @@ namespace trovara::app {
 
 namespace {
 
+bool isQuickSearchLink(const QString& location)
+{
+    return location.startsWith(QLatin1String(QuickSearchUrl::kScheme) + QLatin1Char(':'), Qt::CaseInsensitive);
+}
+
 bool isUrl(const QString& location)
 {
+    // A quick-search link may hold spaces and anything else a user types.
+    if (isQuickSearchLink(location)) {
+        return true;
+    }
     const QUrl url(location, QUrl::StrictMode);
     return url.isValid() && url.scheme().size() > 1 && !location.startsWith(QLatin1Char('/'));
 }
@@ -120,6 +130,10 @@ void ScriptingService::openLocations(const QStringList& locations)
     for (const QString& location : locations) {
         if (!isUrl(location)) {
             paths << location;
+            continue;
+        }
+        if (!m_urlHandler && isQuickSearchLink(location)) {
+            m_delegate.getUrl(location);
             continue;
         }
         const Status handled = m_urlHandler
