@@ -1,6 +1,7 @@
 #include "app/application_delegate.h"
 
 #include "app/exception_handler.h"
+#include "app/quick_search_url.h"
 #include "app/recent_documents.h"
 #include "common/error_presenter.h"
 #include "common/log.h"
@@ -400,6 +401,145 @@ void ApplicationDelegate::defaultsValueChanged(const QString& keyPath)
 void ApplicationDelegate::presentError(const Error& error)
 {
     trovara::presentError(error);
+}
+
+// --- Quick search ---------------------------------------------------------------------------------
+
+document::Document* ApplicationDelegate::showDocument(document::Document* document)
+{
+    if (!document->isWindowLoaded()) {
+        document->windowControllerDidLoadNib();
+    }
+    return announce(document);
+}
+
+void ApplicationDelegate::getUrl(const QString& url)
+{
+    const QuickSearchUrl parsed = QuickSearchUrl::parse(url, templateFolder());
+    switch (parsed.outcome()) {
+    case QuickSearchUrl::Outcome::Refuse:
+        TLOG(QStringLiteral("Ignoring the link %1: %2").arg(url.left(200), parsed.problem()));
+        emit beepRequested();
+        return;
+    case QuickSearchUrl::Outcome::Ignore:
+        return;
+    case QuickSearchUrl::Outcome::Search:
+        handleBlitzSearchScriptCommand(parsed.request());
+        return;
+    }
+}
+
+document::Document* ApplicationDelegate::handleBlitzSearchScriptCommand(const BlitzSearchRequest& request)
+{
+    if (request.searchString.isEmpty()) {
+        return nullptr;
+    }
+    // The search's own window comes up; no empty one beside it.
+    m_applicationShouldOpenUntitledFile = false;
+    activate();
+    Result<document::Document*> made = performBlitzSearch(request);
+    m_applicationShouldOpenUntitledFile = true;
+    return made ? made.value() : nullptr;
+}
+
+Result<document::Document*> ApplicationDelegate::performBlitzSearch(const BlitzSearchRequest& request)
+{
+    Result<document::Document*> opened = m_documentController->openUntitledDocument(false);
+    if (!opened) {
+        presentError(opened.error());
+        return opened;
+    }
+    document::Document* document = opened.value();
+    if (!request.templatePath.isEmpty()) {
+        if (Status loaded = document->loadTemplate(request.templatePath); !loaded) {
+            // Nothing half-made stays behind.
+            m_documentController->closeDocument(document);
+            presentError(loaded.error());
+            return loaded.error();
+        }
+    }
+    document->applyBlitzSearch(request.searchString, request.anyText, request.filename, request.content,
+                               request.comments);
+    return showDocument(document);
+}
+
+Result<document::Document*> ApplicationDelegate::performLocationSearch(const QStringList& paths)
+{
+    Result<document::Document*> opened = m_documentController->openUntitledDocument(false);
+    if (!opened) {
+        presentError(opened.error());
+        return opened;
+    }
+    opened.value()->applyLocations(paths);
+    return showDocument(opened.value());
+}
+
+document::Document* ApplicationDelegate::blitzSearchService(const QString& text)
+{
+    if (text.isEmpty()) {
+        emit beepRequested();
+        return nullptr;
+    }
+    BlitzSearchRequest request;
+    request.searchString = text;
+    request.anyText = request.filename = request.content = request.comments = true;
+    Result<document::Document*> made = performBlitzSearch(request);
+    return made ? made.value() : nullptr;
+}
+
+document::Document* ApplicationDelegate::locationSearchService(const QStringList& paths)
+{
+    if (paths.isEmpty()) {
+        emit beepRequested();
+        return nullptr;
+    }
+    Result<document::Document*> made = performLocationSearch(paths);
+    return made ? made.value() : nullptr;
+}
+
+Result<document::Document*> ApplicationDelegate::openTemplateWithURL(const QString& path, bool fresh)
+{
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    if (!fresh) {
+        for (document::Document* document : documents()) {
+            if (document->templateURL() == absolute) {
+                emit documentWindowRequested(document);
+                return document;
+            }
+        }
+    }
+    Result<document::Document*> opened = m_documentController->openUntitledDocument(false);
+    if (!opened) {
+        presentError(opened.error());
+        return opened;
+    }
+    document::Document* document = opened.value();
+    if (Status loaded = document->loadTemplate(absolute); !loaded) {
+        m_documentController->closeDocument(document);
+        presentError(loaded.error());
+        return loaded.error();
+    }
+    return showDocument(document);
+}
+
+void ApplicationDelegate::activate()
+{
+    if (!m_applicationActive && m_applicationShouldOpenUntitledFile && m_documentController->documents().empty()) {
+        if (Result<document::Document*> made = newDocument(); !made) {
+            presentError(made.error());
+        }
+    }
+    emit activationRequested();
+}
+
+document::Document* ApplicationDelegate::activateNewDocument()
+{
+    Result<document::Document*> made = newDocument();
+    if (!made) {
+        presentError(made.error());
+    }
+    emit activationRequested();
+    return made ? made.value() : nullptr;
 }
 
 }  // namespace trovara::app

@@ -25,6 +25,7 @@
 #pragma once
 
 #include "app/helper_switch.h"
+#include "app/quick_search_url.h"
 #include "common/error.h"
 #include "document/document.h"
 #include "document/document_controller.h"
@@ -157,6 +158,37 @@ public:
     // Logs the error and shows it unchanged (through the installed presenter).
     void presentError(const Error& error);
 
+    // --- Quick search ------------------------------------------------------------------
+    // Every route from outside the window (links, the two services, scripting,
+    // the helper's hot keys) ends here. Each answers the document it made and
+    // shown, or the error it presented.
+
+    // The open-URL event: a "trovara:" link (quick_search_url.h). A link it
+    // does not understand beeps; an empty search string does nothing.
+    void getUrl(const QString& url);
+    // A new document (a copy of the template when one is given) searching
+    // the text in the chosen fields, shown and started.
+    Result<document::Document*> performBlitzSearch(const BlitzSearchRequest& request);
+    // A new document searching the folders, shown.
+    Result<document::Document*> performLocationSearch(const QStringList& paths);
+    // The services: search for a text in every field; search in folders.
+    // An empty text or list beeps (and answers nothing).
+    document::Document* blitzSearchService(const QString& text);
+    document::Document* locationSearchService(const QStringList& paths);
+    // The quick-search command: brings Trovara to the front and performs
+    // the search; an empty search string does nothing (nullptr).
+    document::Document* handleBlitzSearchScriptCommand(const BlitzSearchRequest& request);
+    // Opens and shows a template. Unless `fresh`, an open document made
+    // from the same template is brought forward instead.
+    Result<document::Document*> openTemplateWithURL(const QString& path, bool fresh);
+    // Brings Trovara to the front; when it was not active, no document is
+    // open and an untitled one should open, one opens first.
+    void activate();
+    // A new document, then to the front.
+    document::Document* activateNewDocument();
+    // The window layer reports whether one of Trovara's windows is active.
+    void setApplicationActive(bool active) { m_applicationActive = active; }
+
 signals:
     void documentOpened(trovara::document::Document* document);
     void documentWillClose(trovara::document::Document* document);
@@ -171,6 +203,11 @@ signals:
     void helperPreferencesChanged();
     // The application should quit now.
     void terminateRequested();
+    // The system beep: a request that cannot be carried out.
+    void beepRequested();
+    // Bring Trovara's front window (or this document's window) to the front.
+    void activationRequested();
+    void documentWindowRequested(trovara::document::Document* document);
 
 private:
     int runAlert(const QString& title, const QString& message, const QStringList& buttons);
@@ -178,6 +215,8 @@ private:
     void activeDocumentDidChange();
     document::Document* announce(document::Document* document);
     bool copyDefaultTemplates();
+    // The window of a document opened without one: loaded and announced.
+    document::Document* showDocument(document::Document* document);
 
     std::unique_ptr<document::DocumentController> m_documentController;
     AlertPrompt m_alertPrompt;
@@ -187,6 +226,7 @@ private:
     bool m_displaysDocuments = true;
     bool m_applicationShouldOpenUntitledFile = true;
     bool m_launched = false;
+    bool m_applicationActive = false;
     QPointer<document::Document> m_mainWindowDocument;
     QPointer<document::Document> m_activeDocument;
     QFileSystemWatcher* m_templateWatcher = nullptr;

@@ -6,8 +6,15 @@
 #include "model/defaults.h"
 #include "query/metadata_query_controller.h"
 
+#include "app/quick_search_url.h"
+
+#include <QDBusConnectionInterface>
 #include <QDBusError>
+#include <QDBusMessage>
+#include <QDBusReply>
 #include <QFileInfo>
+
+#include <unistd.h>
 
 namespace trovara::app {
 
@@ -88,6 +95,142 @@ QDBusObjectPath ApplicationAdaptor::NewDocument()
 void ApplicationAdaptor::OpenLocations(const QStringList& locations)
 {
     m_service.openLocations(locations);
+}
+
+bool ApplicationAdaptor::acceptCaller()
+{
+    if (!m_application->calledFromDBus()) {
+        return true;
+    }
+    const QDBusReply<uint> uid =
+        m_application->connection().interface()->serviceUid(m_application->message().service());
+    if (uid.isValid() && uid.value() == static_cast<uint>(::getuid())) {
+        return true;
+    }
+    replyWithError(QDBusError::errorString(QDBusError::AccessDenied),
+                   QStringLiteral("Trovara answers only the user it runs for."));
+    return false;
+}
+
+QDBusObjectPath ApplicationAdaptor::documentOrError(document::Document* document)
+{
+    if (!document) {
+        return replyWithError(QLatin1String(ScriptingService::kOpenFailedError),
+                              QStringLiteral("The search could not be made; Trovara shows why."));
+    }
+    return m_service.pathForDocument(document);
+}
+
+QDBusObjectPath ApplicationAdaptor::BlitzSearch(const QString& text, bool anyText, bool filename, bool content,
+                                                bool comments, const QString& templatePath)
+{
+    if (!acceptCaller()) {
+        return QDBusObjectPath(QStringLiteral("/"));
+    }
+    if (text.isEmpty() || text.size() > QuickSearchUrl::kMaximumLength) {
+        return replyWithError(QDBusError::errorString(QDBusError::InvalidArgs),
+                              QStringLiteral("BlitzSearch takes a search text of 1 to %1 characters.")
+                                  .arg(QuickSearchUrl::kMaximumLength));
+    }
+    BlitzSearchRequest request{text, anyText, filename, content, comments, {}};
+    if (!templatePath.isEmpty()) {
+        if (QFileInfo(templatePath).isRelative()) {
+            return replyWithError(QDBusError::errorString(QDBusError::InvalidArgs),
+                                  QStringLiteral("BlitzSearch takes an absolute template path, not \"%1\".")
+                                      .arg(templatePath));
+        }
+        const QFileInfo file(templatePath);
+        if (!file.isFile() || !file.isReadable()) {
+            return replyWithError(QLatin1String(kFileNotFoundError),
+                                  QStringLiteral("There is no readable template at \"%1\".").arg(templatePath));
+        }
+        request.templatePath = file.absoluteFilePath();
+    }
+    return documentOrError(m_service.delegate().handleBlitzSearchScriptCommand(request));
+}
+
+QDBusObjectPath ApplicationAdaptor::LocationSearch(const QStringList& paths)
+{
+    if (!acceptCaller()) {
+        return QDBusObjectPath(QStringLiteral("/"));
+    }
+    if (paths.isEmpty()) {
+        return replyWithError(QDBusError::errorString(QDBusError::InvalidArgs),
+                              QStringLiteral("LocationSearch takes at least one folder."));
+    }
+    for (const QString& path : paths) {
+        if (path.isEmpty() || QFileInfo(path).isRelative()) {
+            return replyWithError(QDBusError::errorString(QDBusError::InvalidArgs),
+                                  QStringLiteral("LocationSearch takes absolute paths, not \"%1\".").arg(path));
+        }
+        if (!QFileInfo(path).isDir()) {
+            return replyWithError(QLatin1String(kFileNotFoundError),
+                                  QStringLiteral("There is no folder at \"%1\".").arg(path));
+        }
+    }
+    return documentOrError(m_service.delegate().locationSearchService(paths));
+}
+
+QDBusObjectPath ApplicationAdaptor::OpenTemplate(const QString& path, bool fresh)
+{
+    if (!acceptCaller()) {
+        return QDBusObjectPath(QStringLiteral("/"));
+    }
+    if (path.isEmpty() || QFileInfo(path).isRelative()) {
+        return replyWithError(QDBusError::errorString(QDBusError::InvalidArgs),
+                              QStringLiteral("OpenTemplate takes an absolute path, not \"%1\".").arg(path));
+    }
+    if (!QFileInfo(path).isFile()) {
+        return replyWithError(QLatin1String(kFileNotFoundError), fileNotFound(path));
+    }
+    Result<document::Document*> opened = m_service.delegate().openTemplateWithURL(path, fresh);
+    if (!opened) {
+        return replyWithError(QLatin1String(ScriptingService::kOpenFailedError), opened.error().toString());
+    }
+    m_service.delegate().activate();
+    return m_service.pathForDocument(opened.value());
+}
+
+QDBusObjectPath ApplicationAdaptor::SearchFileManagerFolder()
+{
+    if (!acceptCaller()) {
+        return QDBusObjectPath(QStringLiteral("/"));
+    }
+    const QString folder = m_service.fileManagerFolder();
+    if (folder.isEmpty()) {
+        return replyWithError(QLatin1String(ScriptingService::kNoFileManagerFolderError),
+                              QStringLiteral("The file manager does not tell which folder its front window shows. "
+                                             "Choose \"Search in Trovara\" on the folder in the file manager, "
+                                             "or call LocationSearch with its path."));
+    }
+    return LocationSearch({folder});
+}
+
+void ApplicationAdaptor::OpenUrl(const QString& url)
+{
+    if (!acceptCaller()) {
+        return;
+    }
+    const QuickSearchUrl parsed = QuickSearchUrl::parse(url, ApplicationDelegate::templateFolder());
+    if (parsed.outcome() == QuickSearchUrl::Outcome::Refuse) {
+        replyWithError(QDBusError::errorString(QDBusError::InvalidArgs), parsed.problem());
+        return;
+    }
+    m_service.delegate().getUrl(url);
+}
+
+void ApplicationAdaptor::Activate()
+{
+    if (acceptCaller()) {
+        m_service.delegate().activate();
+    }
+}
+
+void ApplicationAdaptor::ActivateNewDocument()
+{
+    if (acceptCaller()) {
+        m_service.delegate().activateNewDocument();
+    }
 }
 
 // --- A document --------------------------------------------------------------------------------

@@ -54,11 +54,27 @@ public slots:
     // paths and URLs.
     void OpenLocations(const QStringList& locations);
 
+    // Quick searches and bringing Trovara to the front (the routes of
+    // links, services and hot keys, for scripts and the helper).
+    QDBusObjectPath BlitzSearch(const QString& text, bool anyText, bool filename, bool content, bool comments,
+                                const QString& templatePath);
+    QDBusObjectPath LocationSearch(const QStringList& paths);
+    QDBusObjectPath OpenTemplate(const QString& path, bool fresh);
+    QDBusObjectPath SearchFileManagerFolder();
+    void OpenUrl(const QString& url);
+    void Activate();
+    void ActivateNewDocument();
+
 signals:
     void trovaraPreferencesChanged();
 
 private:
     QDBusObjectPath replyWithError(const QString& name, const QString& message);
+    // False, with an AccessDenied reply, for a caller running as another
+    // user (a bus shared between users).
+    bool acceptCaller();
+    // The document made, or an error reply saying that it could not be.
+    QDBusObjectPath documentOrError(document::Document* document);
     ApplicationObject* m_application;
     ScriptingService& m_service;
 };

@@ -2,6 +2,7 @@
 
 #include "app/application_delegate.h"
 #include "app/dbus_adaptors.h"
+#include "app/quick_search_url.h"
 #include "common/error_presenter.h"
 #include "document/document.h"
 #include "query/metadata_query_controller.h"
@@ -16,8 +17,17 @@ namespace trovara::app {
 
 namespace {
 
+bool isQuickSearchLink(const QString& location)
+{
+    return location.startsWith(QLatin1String(QuickSearchUrl::kScheme) + QLatin1Char(':'), Qt::CaseInsensitive);
+}
+
 bool isUrl(const QString& location)
 {
+    // A quick-search link may hold spaces and anything else a user types.
+    if (isQuickSearchLink(location)) {
+        return true;
+    }
     const QUrl url(location, QUrl::StrictMode);
     return url.isValid() && url.scheme().size() > 1 && !location.startsWith(QLatin1Char('/'));
 }
@@ -122,6 +132,10 @@ void ScriptingService::openLocations(const QStringList& locations)
     for (const QString& location : locations) {
         if (!isUrl(location)) {
             paths << location;
+            continue;
+        }
+        if (!m_urlHandler && isQuickSearchLink(location)) {
+            m_delegate.getUrl(location);
             continue;
         }
         const Status handled = m_urlHandler

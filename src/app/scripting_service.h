@@ -52,6 +52,7 @@ public:
     static constexpr const char* kSaveFailedError = "com.velmont.Trovara.Error.SaveFailed";
     static constexpr const char* kCannotStartError = "com.velmont.Trovara.Error.CannotStart";
     static constexpr const char* kNoSuchDocumentError = "com.velmont.Trovara.Error.NoSuchDocument";
+    static constexpr const char* kNoFileManagerFolderError = "com.velmont.Trovara.Error.NoFileManagerFolder";
 
     // Handles a URL given to Trovara (a quick-search "trovara:" URL). Until
     // one is set, a URL is refused with an error.
@@ -79,6 +80,12 @@ public:
 
     void setUrlHandler(UrlHandler handler) { m_urlHandler = std::move(handler); }
 
+    // The folder the file manager's front window shows, where the desktop
+    // tells it; empty otherwise.
+    using FileManagerFolderSource = std::function<QString()>;
+    void setFileManagerFolderSource(FileManagerFolderSource source) { m_fileManagerFolder = std::move(source); }
+    QString fileManagerFolder() const { return m_fileManagerFolder ? m_fileManagerFolder() : QString(); }
+
     // The delegate's documents and their object paths ("/" for none).
     QDBusObjectPath pathForDocument(document::Document* document) const;
     document::Document* documentForPath(const QString& path) const;
@@ -105,6 +112,7 @@ private:
     int m_nextDocumentNumber = 1;
     bool m_registered = false;
     UrlHandler m_urlHandler;
+    FileManagerFolderSource m_fileManagerFolder;
 };
 
 }  // namespace trovara::app

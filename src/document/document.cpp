@@ -248,6 +248,17 @@ Status Document::loadFromURL(const QString& path)
     return {};
 }
 
+Status Document::loadTemplate(const QString& path)
+{
+    if (Status loaded = loadFromURL(path); !loaded) {
+        return loaded;
+    }
+    m_fileURL.clear();
+    m_templateURL = QFileInfo(path).absoluteFilePath();
+    m_templateName = documentNameForPath(path);
+    return {};
+}
+
 void Document::replaceContext(std::unique_ptr<store::ManagedObjectContext> context)
 {
     const bool observing = m_objectChangeNotificationEnabled;
@@ -269,13 +280,7 @@ Status Document::initWithContentsOfURL(const QString& path)
                           && (!(info.permissions() & writable)
                               || ::access(QFile::encodeName(info.absoluteFilePath()).constData(), W_OK) != 0);
     if (readOnly || isInsideFolder(path, templateFolder())) {
-        if (Status loaded = loadFromURL(path); !loaded) {
-            return loaded;
-        }
-        m_fileURL.clear();
-        m_templateURL = info.absoluteFilePath();
-        m_templateName = documentNameForPath(path);
-        return {};
+        return loadTemplate(path);
     }
     QVariantMap metadata;
     Result<std::unique_ptr<store::ManagedObjectContext>> opened = openDocumentStore(path, &metadata);
@@ -610,6 +615,22 @@ void Document::clearChangesLater()
 }
 
 // --- Quick search ---------------------------------------------------------------------------
+
+void Document::applyLocations(const QStringList& paths)
+{
+    updateScope([&] {
+        store::ManagedObjectContext& context = *m_context;
+        for (model::OrderedScope* ordered : model::OrderedScope::orderedScopes(context)) {
+            context.deleteObject(ordered);
+        }
+        for (const QString& path : paths) {
+            if (model::Scope* scope = model::Scope::scopeWithPath(QFileInfo(path).absoluteFilePath(), context)) {
+                model::OrderedScope::createOrderedScopeWith(scope);
+            }
+        }
+    });
+    emit scopeEditorReloadRequested();
+}
 
 void Document::applyBlitzSearch(const QString& searchString, bool anyText, bool filename, bool content, bool comments)
 {

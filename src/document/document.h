@@ -74,6 +74,9 @@ public:
     Status initWithContentsOfURL(const QString& path);
     // Replaces the graph with the contents of a file (a template copy).
     Status loadFromURL(const QString& path);
+    // An untitled copy of a template: its contents, and templateURL() and
+    // templateName() naming it.
+    Status loadTemplate(const QString& path);
 
     // What a window does once it is shown: attach the controller, hand it
     // the four inputs and the stored filter, apply the stored result view,
@@ -150,6 +153,8 @@ public:
     // document to start when its window loads. None of the four flags
     // searches any text.
     void applyBlitzSearch(const QString& searchString, bool anyText, bool filename, bool content, bool comments);
+    // Makes the folders (absolute paths) the places to search, in order.
+    void applyLocations(const QStringList& paths);
 
     // --- The metadata service ---------------------------------------------------------
     // Whether the metadata schema answers for kMDItemDisplayName; when it

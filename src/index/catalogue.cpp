@@ -283,43 +283,152 @@ Catalogue::~Catalogue()
     }
 }
 
+// Items as the builder gathers them, compactly (a fixed record each, the
+// names in one buffer, the rare attributes aside), so that building from a
+// large database holds little more than the result.
+struct Catalogue::Staged {
+    struct Item {
+        std::int64_t id = 0;
+        std::int64_t parent = 0;   // 0: a root (its name is its path)
+        std::uint32_t name = 0;    // offset in `names`, NUL-terminated
+        std::uint32_t extras = kNoItem;  // index in `extras`
+        std::int64_t size = 0;     // a folder: its entry count
+        Nanoseconds modified = 0;
+        Nanoseconds created = 0;
+        Nanoseconds changed = 0;
+        Nanoseconds lastUsed = 0;
+        std::uint32_t uid = 0;
+        std::uint32_t gid = 0;
+        std::uint32_t mode = 0;
+        std::uint16_t type = 0;    // index in `mimeTypes`
+        std::uint16_t flags = 0;   // item_flags but kRoot
+    };
+    struct Extras {
+        ExtendedAttributes attributes;
+        ImportedAttributes imported;
+    };
+    std::vector<Item> items;
+    std::string names;
+    std::vector<Extras> extras;
+    std::vector<std::string> mimeTypes;
+    std::unordered_map<std::string, std::uint16_t> mimeIndex;
+
+    std::uint16_t typeOf(const std::string& mime)
+    {
+        auto it = mimeIndex.find(mime);
+        if (it == mimeIndex.end()) {
+            it = mimeIndex.emplace(mime, static_cast<std::uint16_t>(mimeTypes.size())).first;
+            mimeTypes.push_back(mime);
+        }
+        return it->second;
+    }
+
+    void add(std::int64_t id, std::int64_t parent, const FileInfo& info, std::uint16_t type, std::uint32_t nodeCount,
+             Nanoseconds lastUsed, ExtendedAttributes&& attributes, ImportedAttributes&& imported)
+    {
+        Item item;
+        item.id = id;
+        item.parent = parent;
+        item.name = static_cast<std::uint32_t>(names.size());
+        names += info.name;
+        names += '\0';
+        const bool folder = info.kind == FileKind::Directory;
+        item.size = folder ? static_cast<std::int64_t>(nodeCount) : info.size;
+        item.modified = info.modified;
+        item.created = info.born ? *info.born : info.changed;
+        item.changed = info.changed;
+        item.lastUsed = lastUsed;
+        item.uid = info.uid;
+        item.gid = info.gid;
+        item.mode = info.mode;
+        item.type = type;
+        if (folder) {
+            item.flags |= item_flags::kFolder;
+        } else if (info.kind == FileKind::Symlink) {
+            item.flags |= item_flags::kSymlink;
+        } else if (info.kind == FileKind::Other) {
+            item.flags |= item_flags::kOther;
+        }
+        if (info.invisible) {
+            item.flags |= item_flags::kInvisible;
+        }
+        if (attributes.label && *attributes.label >= 0 && *attributes.label <= 7) {
+            item.flags |= item_flags::kHasLabel;
+            item.flags |= static_cast<std::uint16_t>(*attributes.label << item_flags::kLabelShift);
+        }
+        if (attributes.comment || !attributes.tags.empty() || !attributes.whereFroms.empty() || !imported.empty()) {
+            item.extras = static_cast<std::uint32_t>(extras.size());
+            extras.push_back({std::move(attributes), std::move(imported)});
+        }
+        items.push_back(item);
+    }
+
+    std::string_view nameOf(const Item& item) const { return std::string_view(names.data() + item.name); }
+};
+
 std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> items, std::int64_t generation,
                                                   const NameFolder& fold, const TypeResolver& types)
 {
-    const std::size_t n = items.size();
-    std::unordered_map<std::int64_t, std::uint32_t> byId;
-    byId.reserve(n);
-    for (std::uint32_t i = 0; i < n; ++i) {
-        byId.emplace(items[i].id, i);
+    Staged staged;
+    staged.items.reserve(items.size());
+    for (CatalogueItem& item : items) {
+        staged.add(item.id, item.parent, item.info, staged.typeOf(item.mimeType), item.nodeCount, item.lastUsed,
+                   std::move(item.attributes), std::move(item.imported));
     }
+    items = {};
+    return assemble(staged, generation, fold, types);
+}
+
+std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_t generation, const NameFolder& fold,
+                                                     const TypeResolver& types)
+{
+    const std::size_t n = staged.items.size();
+    const std::vector<Staged::Item>& items = staged.items;
+    // Items by id, to find parents.
+    std::vector<std::uint32_t> byStagedId(n);
+    for (std::uint32_t i = 0; i < n; ++i) {
+        byStagedId[i] = i;
+    }
+    if (!std::is_sorted(items.begin(), items.end(), [](const Staged::Item& a, const Staged::Item& b) { return a.id < b.id; })) {
+        std::sort(byStagedId.begin(), byStagedId.end(), [&](std::uint32_t a, std::uint32_t b) { return items[a].id < items[b].id; });
+    }
+    auto indexOf = [&](std::int64_t id) -> std::uint32_t {
+        auto it = std::lower_bound(byStagedId.begin(), byStagedId.end(), id,
+                                   [&](std::uint32_t i, std::int64_t wanted) { return items[i].id < wanted; });
+        return it != byStagedId.end() && items[*it].id == id ? *it : kNoItem;
+    };
     // Children lists; an item whose parent is missing is left out with all
     // below it.
     std::vector<std::uint32_t> parentOf(n, kNoItem);
     std::vector<std::uint32_t> roots;
-    std::vector<std::uint32_t> childCount(n + 1, 0);
+    std::vector<std::uint32_t> childStart(n + 1, 0);
     for (std::uint32_t i = 0; i < n; ++i) {
         if (items[i].parent == 0) {
             roots.push_back(i);
             continue;
         }
-        auto it = byId.find(items[i].parent);
-        if (it != byId.end() && it->second != i) {
-            parentOf[i] = it->second;
-            ++childCount[it->second];
+        const std::uint32_t parent = indexOf(items[i].parent);
+        if (parent != kNoItem && parent != i) {
+            parentOf[i] = parent;
+            ++childStart[parent + 1];
         }
     }
-    std::vector<std::uint32_t> childStart(n + 1, 0);
+    byStagedId = {};
     for (std::size_t i = 0; i < n; ++i) {
-        childStart[i + 1] = childStart[i] + childCount[i];
+        childStart[i + 1] += childStart[i];
     }
     std::vector<std::uint32_t> children(childStart[n]);
-    std::vector<std::uint32_t> fill(childStart.begin(), childStart.end() - 1);
-    for (std::uint32_t i = 0; i < n; ++i) {
-        if (parentOf[i] != kNoItem) {
-            children[fill[parentOf[i]]++] = i;
+    {
+        std::vector<std::uint32_t> fill(childStart.begin(), childStart.end() - 1);
+        for (std::uint32_t i = 0; i < n; ++i) {
+            if (parentOf[i] != kNoItem) {
+                children[fill[parentOf[i]]++] = i;
+            }
         }
     }
-    auto byName = [&](std::uint32_t a, std::uint32_t b) { return items[a].info.name < items[b].info.name; };
+    auto byName = [&](std::uint32_t a, std::uint32_t b) {
+        return std::strcmp(staged.names.data() + items[a].name, staged.names.data() + items[b].name) < 0;
+    };
     std::sort(roots.begin(), roots.end(), byName);
     for (std::size_t i = 0; i < n; ++i) {
         std::sort(children.begin() + childStart[i], children.begin() + childStart[i + 1], byName);
@@ -336,7 +445,6 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
             std::uint32_t next;  // next child position
         };
         std::vector<Frame> stack;
-        std::vector<ItemIndex> ends;
         for (std::uint32_t root : roots) {
             stack.push_back({root, childStart[root]});
             newIndex[root] = static_cast<ItemIndex>(order.size());
@@ -359,6 +467,8 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
         }
         subtreeEnd.resize(order.size(), 0);
     }
+    children = {};
+    childStart = {};
 
     auto catalogue = std::shared_ptr<Catalogue>(new Catalogue);
     catalogue->m_generation = generation;
@@ -367,14 +477,14 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
     const std::size_t count = order.size();
     d.core.resize(count);
     d.extra.resize(count);
-    std::unordered_map<std::string, std::uint16_t> typeIndex;
     d.ids.resize(count);
+    d.names.reserve(staged.names.size());
 
     // The keys importers gave, each once, sorted; an item's entries use
     // their position.
     std::vector<std::string>& importedKeys = catalogue->m_importedKeys;
-    for (const std::uint32_t i : order) {
-        for (const ImportedAttribute& attribute : items[i].imported) {
+    for (const Staged::Extras& extras : staged.extras) {
+        for (const ImportedAttribute& attribute : extras.imported) {
             importedKeys.push_back(attribute.key);
         }
     }
@@ -385,82 +495,73 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
         importedKeys.resize(kImportedKeyRoom);
     }
 
+    // Types in the order items first use them.
+    std::vector<std::uint16_t> typeIndex(staged.mimeTypes.size(), 0xFFFF);
     for (ItemIndex k = 0; k < count; ++k) {
-        CatalogueItem& item = items[order[k]];
-        CoreRecord& core = d.core[k];
+        const Staged::Item& item = items[order[k]];
         const bool isRoot = item.parent == 0;
+        const std::string_view name = staged.nameOf(item);
+        CoreRecord& core = d.core[k];
         core.parent = isRoot ? kNoItem : newIndex[parentOf[order[k]]];
         core.subtreeEnd = subtreeEnd[k];
         core.name = static_cast<std::uint32_t>(d.names.size());
-        d.names += item.info.name;
+        d.names += name;
         d.names += '\0';
         core.folded = static_cast<std::uint32_t>(d.folded.size());
-        d.folded += fold(isRoot ? lastComponent(item.info.name) : std::string_view(item.info.name));
+        d.folded += fold(isRoot ? lastComponent(name) : name);
         d.folded += '\0';
-        const bool folder = item.info.kind == FileKind::Directory;
-        core.size = folder ? static_cast<std::int64_t>(item.nodeCount) : item.info.size;
-        core.modified = item.info.modified;
-        core.created = item.info.born ? *item.info.born : item.info.changed;
-        auto type = typeIndex.find(item.mimeType);
-        if (type == typeIndex.end()) {
-            type = typeIndex.emplace(item.mimeType, static_cast<std::uint16_t>(catalogue->m_types.size())).first;
-            catalogue->m_types.push_back(types(item.mimeType));
+        core.size = item.size;
+        core.modified = item.modified;
+        core.created = item.created;
+        if (typeIndex[item.type] == 0xFFFF) {
+            typeIndex[item.type] = static_cast<std::uint16_t>(catalogue->m_types.size());
+            catalogue->m_types.push_back(types(staged.mimeTypes[item.type]));
         }
-        core.type = type->second;
-        std::uint16_t flags = 0;
-        if (folder) {
-            flags |= item_flags::kFolder;
-        } else if (item.info.kind == FileKind::Symlink) {
-            flags |= item_flags::kSymlink;
-        } else if (item.info.kind == FileKind::Other) {
-            flags |= item_flags::kOther;
-        }
-        if (item.info.invisible) {
-            flags |= item_flags::kInvisible;
-        }
-        if (isRoot) {
-            flags |= item_flags::kRoot;
-        }
-        if (item.attributes.label && *item.attributes.label >= 0 && *item.attributes.label <= 7) {
-            flags |= item_flags::kHasLabel;
-            flags |= static_cast<std::uint16_t>(*item.attributes.label << item_flags::kLabelShift);
-        }
-        core.flags = flags;
+        core.type = typeIndex[item.type];
+        core.flags = static_cast<std::uint16_t>(item.flags | (isRoot ? item_flags::kRoot : 0));
         core.attributes = kNoItem;
-        auto addAttribute = [&](AttributeKey key, const std::string& value) {
-            if (core.attributes == kNoItem) {
-                core.attributes = static_cast<std::uint32_t>(d.attributeEntries.size());
+        if (item.extras != kNoItem) {
+            Staged::Extras& extras = staged.extras[item.extras];
+            auto addAttribute = [&](AttributeKey key, const std::string& value) {
+                if (core.attributes == kNoItem) {
+                    core.attributes = static_cast<std::uint32_t>(d.attributeEntries.size());
+                }
+                d.attributeEntries.push_back({k, key, 0, static_cast<std::uint32_t>(d.attributeValues.size()),
+                                              static_cast<std::uint32_t>(value.size())});
+                d.attributeValues += value;
+            };
+            if (extras.attributes.comment) {
+                addAttribute(AttributeKey::Comment, *extras.attributes.comment);
             }
-            d.attributeEntries.push_back({k, key, 0, static_cast<std::uint32_t>(d.attributeValues.size()),
-                                          static_cast<std::uint32_t>(value.size())});
-            d.attributeValues += value;
-        };
-        if (item.attributes.comment) {
-            addAttribute(AttributeKey::Comment, *item.attributes.comment);
-        }
-        if (!item.attributes.tags.empty()) {
-            addAttribute(AttributeKey::Tags, joinList(item.attributes.tags));
-        }
-        if (!item.attributes.whereFroms.empty()) {
-            addAttribute(AttributeKey::WhereFroms, joinList(item.attributes.whereFroms));
-        }
-        for (const ImportedAttribute& attribute : item.imported) {
-            const auto key = std::lower_bound(importedKeys.begin(), importedKeys.end(), attribute.key);
-            if (key != importedKeys.end() && *key == attribute.key) {
-                addAttribute(static_cast<AttributeKey>(kFirstImportedKey + (key - importedKeys.begin())),
-                             encodeImportedValue(attribute.value));
+            if (!extras.attributes.tags.empty()) {
+                addAttribute(AttributeKey::Tags, joinList(extras.attributes.tags));
             }
+            if (!extras.attributes.whereFroms.empty()) {
+                addAttribute(AttributeKey::WhereFroms, joinList(extras.attributes.whereFroms));
+            }
+            for (const ImportedAttribute& attribute : extras.imported) {
+                const auto key = std::lower_bound(importedKeys.begin(), importedKeys.end(), attribute.key);
+                if (key != importedKeys.end() && *key == attribute.key) {
+                    addAttribute(static_cast<AttributeKey>(kFirstImportedKey + (key - importedKeys.begin())),
+                                 encodeImportedValue(attribute.value));
+                }
+            }
+            extras = {};  // release what is copied
         }
         d.ids[k] = item.id;
         ExtraRecord& extra = d.extra[k];
         extra.lastUsed = item.lastUsed;
-        extra.changed = item.info.changed;
-        extra.uid = item.info.uid;
-        extra.gid = item.info.gid;
-        extra.mode = item.info.mode;
+        extra.changed = item.changed;
+        extra.uid = item.uid;
+        extra.gid = item.gid;
+        extra.mode = item.mode;
         extra.reserved = 0;
-        item = CatalogueItem();  // release what is copied
     }
+    staged = {};
+    parentOf = {};
+    newIndex = {};
+    subtreeEnd = {};
+    order = {};
 
     // Trigram postings. Items come in ascending order, so each list is
     // sorted as it is gathered.
@@ -506,18 +607,21 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
             }
         } else {
             // Many items: count per key, then place (linear time).
-            std::vector<std::uint32_t> offsets(kKeys + 1, 0);
-            forEachTrigram([&](std::uint32_t key, ItemIndex) { ++offsets[key + 1]; });
+            // One array serves as counts, then as each key's next place,
+            // which leaves it holding each key's end.
+            std::vector<std::uint32_t> ends(kKeys + 1, 0);
+            forEachTrigram([&](std::uint32_t key, ItemIndex) { ++ends[key + 1]; });
             for (std::size_t key = 0; key < kKeys; ++key) {
-                offsets[key + 1] += offsets[key];
+                ends[key + 1] += ends[key];
             }
-            std::vector<ItemIndex> postings(offsets[kKeys]);
-            std::vector<std::uint32_t> cursor(offsets.begin(), offsets.end() - 1);
-            forEachTrigram([&](std::uint32_t key, ItemIndex k) { postings[cursor[key]++] = k; });
+            std::vector<ItemIndex> postings(ends[kKeys]);
+            forEachTrigram([&](std::uint32_t key, ItemIndex k) { postings[ends[key]++] = k; });
+            std::uint32_t begin = 0;
             for (std::uint32_t key = 0; key < kKeys; ++key) {
-                if (offsets[key + 1] > offsets[key]) {
-                    emit(key, postings.data() + offsets[key], postings.data() + offsets[key + 1]);
+                if (ends[key] > begin) {
+                    emit(key, postings.data() + begin, postings.data() + ends[key]);
                 }
+                begin = ends[key];
             }
         }
     }
@@ -563,48 +667,55 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::build(
     if (!readImports) {
         return readImports.error();
     }
-    std::vector<CatalogueItem> items;
+    Staged staged;
+    if (Expected<std::int64_t> count = store.itemCount()) {
+        staged.items.reserve(static_cast<std::size_t>(*count));
+    }
+    // The database's type ids as the staged ones.
+    std::vector<std::uint16_t> types16(mimeTypes->size(), 0xFFFF);
+    // Folder paths (items come parent before child), for the last-use dates.
+    std::unordered_map<std::int64_t, std::string> folderPaths;
     Expected<void> read = store.forEachItem([&](StoredItem&& stored) {
-        CatalogueItem item;
-        item.id = stored.id;
-        item.parent = stored.parent;
-        item.info = std::move(stored.info);
+        std::uint16_t type = 0;
         if (stored.type >= 0 && static_cast<std::size_t>(stored.type) < mimeTypes->size()) {
-            item.mimeType = (*mimeTypes)[static_cast<std::size_t>(stored.type)];
+            std::uint16_t& known = types16[static_cast<std::size_t>(stored.type)];
+            if (known == 0xFFFF) {
+                known = staged.typeOf((*mimeTypes)[static_cast<std::size_t>(stored.type)]);
+            }
+            type = known;
+        } else {
+            type = staged.typeOf(std::string());
         }
-        item.nodeCount = stored.nodeCount;
-        item.attributes = std::move(stored.attributes);
-        if (auto found = imported.find(stored.id); found != imported.end()) {
-            item.imported = std::move(found->second);
+        Nanoseconds used = 0;
+        if (lastUsed) {
+            std::string path;
+            if (stored.parent == 0) {
+                path = stored.info.name;
+            } else if (auto parent = folderPaths.find(stored.parent); parent != folderPaths.end()) {
+                path = parent->second == "/" ? "/" + stored.info.name : parent->second + "/" + stored.info.name;
+            }
+            if (!path.empty()) {
+                used = lastUsed(path, stored.info);
+                if (stored.info.kind == FileKind::Directory) {
+                    folderPaths.emplace(stored.id, std::move(path));
+                }
+            }
         }
-        items.push_back(std::move(item));
+        ImportedAttributes found;
+        if (auto it = imported.find(stored.id); it != imported.end()) {
+            found = std::move(it->second);
+            imported.erase(it);
+        }
+        staged.add(stored.id, stored.parent, stored.info, type, stored.nodeCount, used, std::move(stored.attributes),
+                   std::move(found));
         return true;
     });
     if (!read) {
         return read.error();
     }
-    if (lastUsed) {
-        // Paths, built parent before child.
-        std::unordered_map<std::int64_t, std::string> paths;
-        paths.reserve(items.size());
-        for (CatalogueItem& item : items) {
-            std::string path;
-            if (item.parent == 0) {
-                path = item.info.name;
-            } else {
-                auto parent = paths.find(item.parent);
-                if (parent == paths.end()) {
-                    continue;
-                }
-                path = parent->second == "/" ? "/" + item.info.name : parent->second + "/" + item.info.name;
-            }
-            item.lastUsed = lastUsed(path, item.info);
-            if (item.info.kind == FileKind::Directory) {
-                paths.emplace(item.id, std::move(path));
-            }
-        }
-    }
-    std::shared_ptr<const Catalogue> built = build(std::move(items), *generation, fold, types);
+    imported = {};
+    folderPaths = {};
+    std::shared_ptr<const Catalogue> built = assemble(staged, *generation, fold, types);
     // Built just now and not yet shared: the database it came from is told here.
     std::const_pointer_cast<Catalogue>(built)->m_databasePath = store.path();
     return built;

@@ -194,6 +194,9 @@ public:
 private:
     Catalogue() = default;
     struct Data;
+    struct Staged;
+    static std::shared_ptr<const Catalogue> assemble(Staged& staged, std::int64_t generation, const NameFolder& fold,
+                                                     const TypeResolver& types);
 
     std::int64_t m_generation = 0;
     std::span<const CoreRecord> m_core;

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <sys/stat.h>
 
 namespace trovara::index {
@@ -152,7 +153,9 @@ bool registerTokenizer(sqlite3* db)
     return api->xCreateTokenizer(api, "trovara", nullptr, &tokenizer, nullptr) == SQLITE_OK;
 }
 
-// A prepared statement, reset after every use.
+// A prepared statement, reset after every use. A statement given with
+// later() is prepared when first used, so that opening the database costs
+// the same however few statements a reader needs.
 class Statement {
 public:
     Statement() = default;
@@ -161,17 +164,22 @@ public:
     Statement& operator=(const Statement&) = delete;
 
     int prepare(sqlite3* db, const char* sql) { return sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &m_stmt, nullptr); }
+    void later(sqlite3* db, std::string sql)
+    {
+        m_db = db;
+        m_sql = std::move(sql);
+    }
     sqlite3_stmt* get() const { return m_stmt; }
 
-    void bind(int i, std::int64_t v) { sqlite3_bind_int64(m_stmt, i, v); }
-    void bindNull(int i) { sqlite3_bind_null(m_stmt, i); }
+    void bind(int i, std::int64_t v) { sqlite3_bind_int64(ready(), i, v); }
+    void bindNull(int i) { sqlite3_bind_null(ready(), i); }
     void bindText(int i, const std::string& v)
     {
-        sqlite3_bind_text64(m_stmt, i, v.data(), v.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        sqlite3_bind_text64(ready(), i, v.data(), v.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
     }
     void bindBlob(int i, const std::string& v)
     {
-        sqlite3_bind_blob64(m_stmt, i, v.data(), v.size(), SQLITE_TRANSIENT);
+        sqlite3_bind_blob64(ready(), i, v.data(), v.size(), SQLITE_TRANSIENT);
     }
     void bindOptionalText(int i, const std::optional<std::string>& v)
     {
@@ -181,11 +189,17 @@ public:
             bindNull(i);
         }
     }
-    int step() { return sqlite3_step(m_stmt); }
+    int step()
+    {
+        sqlite3_stmt* statement = ready();
+        return statement ? sqlite3_step(statement) : sqlite3_errcode(m_db);
+    }
     void reset()
     {
-        sqlite3_reset(m_stmt);
-        sqlite3_clear_bindings(m_stmt);
+        if (m_stmt) {
+            sqlite3_reset(m_stmt);
+            sqlite3_clear_bindings(m_stmt);
+        }
     }
     std::int64_t integer(int c) const { return sqlite3_column_int64(m_stmt, c); }
     bool isNull(int c) const { return sqlite3_column_type(m_stmt, c) == SQLITE_NULL; }
@@ -197,7 +211,17 @@ public:
     const char* cText(int c) const { return reinterpret_cast<const char*>(sqlite3_column_text(m_stmt, c)); }
 
 private:
+    sqlite3_stmt* ready()
+    {
+        if (!m_stmt && m_db) {
+            (void)prepare(m_db, m_sql.c_str());
+        }
+        return m_stmt;
+    }
+
     sqlite3_stmt* m_stmt = nullptr;
+    sqlite3* m_db = nullptr;
+    std::string m_sql;
 };
 
 // Resets a statement when the scope ends, whatever path it ends by.
@@ -296,7 +320,7 @@ struct Store::Statements {
     Statement selectMime, insertMime, allMime;
     Statement setUnreadable, clearUnreadable, allUnreadable;
     Statement saveImport, deleteText, insertText, insertTerms, forgetContent;
-    Statement pendingImports, failedImports, countImports, countTexts;
+    Statement pendingImports, countPending, failedImports, countImports, countTexts;
     Statement importedAttributes, storedImport, itemPath, selectText, matchText, allTexts, allTerms;
 };
 
@@ -452,8 +476,12 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
          "items.parent = below.id) DELETE FROM imports WHERE item IN below"},
         {&s.pendingImports,
          "SELECT items.id, items.parent, items.name, items.type, coalesce(imports.attempts, 0) FROM items "
-         "LEFT JOIN imports ON imports.item = items.id WHERE items.kind = 0 AND "
-         "(imports.item IS NULL OR (imports.failed AND imports.retry AND imports.attempts < ?1)) ORDER BY items.id"},
+         "LEFT JOIN imports ON imports.item = items.id WHERE items.kind = 0 AND items.id > ?2 AND "
+         "(imports.item IS NULL OR (imports.failed AND imports.retry AND imports.attempts < ?1)) ORDER BY items.id "
+         "LIMIT ?3"},
+        {&s.countPending,
+         "SELECT items.type, count(*) FROM items LEFT JOIN imports ON imports.item = items.id WHERE items.kind = 0 AND "
+         "(imports.item IS NULL OR (imports.failed AND imports.retry AND imports.attempts < ?1)) GROUP BY items.type"},
         {&s.failedImports,
          "SELECT item, importer, attempts, error, finished, truncated, retry FROM imports WHERE failed ORDER BY item"},
         {&s.countImports, "SELECT count(*), coalesce(sum(failed), 0) FROM imports"},
@@ -473,14 +501,17 @@ Expected<std::unique_ptr<Store>> Store::open(const std::string& path, Mode mode)
         {&s.allTexts, "SELECT item FROM texts ORDER BY item"},
         {&s.allTerms, "SELECT term FROM text_terms"},
     };
-    // Read-only connections prepare the writes too: it checks that the schema
-    // is the one this version expects.
     for (const auto& [statement, sql] : statements) {
-        if (statement->prepare(db, sql) != SQLITE_OK) {
-            Failure f = store->failure("unexpected schema");
-            f.kind = Failure::Kind::Corrupt;
-            return f;
-        }
+        statement->later(db, sql);
+    }
+    // The tables and columns this version expects are there.
+    Statement schema;
+    if (schema.prepare(db, "SELECT (SELECT names_only FROM roots), (SELECT packed FROM texts), (SELECT rowid FROM "
+                           "text_index), (SELECT retry FROM imports), (SELECT node_count FROM items) LIMIT 0")
+        != SQLITE_OK) {
+        Failure f = store->failure("unexpected schema");
+        f.kind = Failure::Kind::Corrupt;
+        return f;
     }
     return store;
 }
@@ -963,11 +994,13 @@ Expected<void> Store::forgetContentBelow(StoreId item)
     return exec("DELETE FROM texts WHERE item NOT IN (SELECT item FROM imports)");
 }
 
-Expected<std::vector<PendingImport>> Store::pendingImports(int maxAttempts)
+Expected<std::vector<PendingImport>> Store::pendingImports(int maxAttempts, StoreId after, std::size_t limit)
 {
     Statement& s = m_statements->pendingImports;
     Reset r{s};
     s.bind(1, maxAttempts);
+    s.bind(2, after);
+    s.bind(3, static_cast<std::int64_t>(std::min<std::size_t>(limit, std::numeric_limits<std::int64_t>::max())));
     std::vector<PendingImport> list;
     int rc;
     while ((rc = s.step()) == SQLITE_ROW) {
@@ -978,6 +1011,22 @@ Expected<std::vector<PendingImport>> Store::pendingImports(int maxAttempts)
         return failure("reading what to import");
     }
     return list;
+}
+
+Expected<std::vector<std::pair<std::int32_t, std::int64_t>>> Store::countPendingImports(int maxAttempts)
+{
+    Statement& s = m_statements->countPending;
+    Reset r{s};
+    s.bind(1, maxAttempts);
+    std::vector<std::pair<std::int32_t, std::int64_t>> counts;
+    int rc;
+    while ((rc = s.step()) == SQLITE_ROW) {
+        counts.emplace_back(static_cast<std::int32_t>(s.integer(0)), s.integer(1));
+    }
+    if (rc != SQLITE_DONE) {
+        return failure("counting what to import");
+    }
+    return counts;
 }
 
 Expected<std::vector<ImportRecord>> Store::failedImports()

@@ -20,6 +20,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -183,9 +184,12 @@ public:
                               bool keepCopy = true);
     // Forgets what the imports of the files at or below the item found.
     Expected<void> forgetContentBelow(StoreId item);
-    // Regular files to import (by id), leaving out files that failed
-    // `maxAttempts` times.
-    Expected<std::vector<PendingImport>> pendingImports(int maxAttempts);
+    // Regular files to import (by id, those after `after`, at most
+    // `limit`), leaving out files that failed `maxAttempts` times.
+    Expected<std::vector<PendingImport>> pendingImports(int maxAttempts, StoreId after = 0,
+                                                       std::size_t limit = std::numeric_limits<std::size_t>::max());
+    // How many files pendingImports() would give, by type.
+    Expected<std::vector<std::pair<std::int32_t, std::int64_t>>> countPendingImports(int maxAttempts);
     Expected<std::vector<ImportRecord>> failedImports();
     // None when the item has no import, or its last import failed.
     Expected<std::optional<StoredImport>> storedImport(StoreId item);

@@ -2,10 +2,14 @@
 
 #include "document/document.h"
 #include "model/defaults.h"
+#include "query/metadata_query_controller.h"
+#include "query/result_item.h"
+#include "query/result_table_model.h"
 
 #include <QCoreApplication>
 #include <QEvent>
 #include <QGuiApplication>
+#include <QItemSelectionModel>
 #include <QScreen>
 #include <QShortcut>
 #include <QTimer>
@@ -189,6 +193,37 @@ void AbstractInspectorController::applicationWillTerminate()
 {
     model::Defaults::shared().setValue(activeDefaultsKey(), isWindowLoaded() && isWindowVisible());
     model::Defaults::shared().synchronize();
+}
+
+void AbstractInspectorController::followSelectionOf(document::Document* document,
+                                                    const std::function<void()>& selectionChanged,
+                                                    const std::function<void()>& searchStringsChanged)
+{
+    for (const QMetaObject::Connection& connection : m_selectionConnections) {
+        disconnect(connection);
+    }
+    m_selectionConnections.clear();
+    if (!document) {
+        return;
+    }
+    query::ResultTableModel* results = document->metadataQueryController()->results();
+    m_selectionConnections << connect(results->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+                                      selectionChanged);
+    m_selectionConnections << connect(results, &query::ResultTableModel::arrangedObjectsChanged, this,
+                                      selectionChanged);
+    m_selectionConnections << connect(document, &document::Document::searchStringChanged, this,
+                                      searchStringsChanged);
+}
+
+QStringList AbstractInspectorController::selectedPaths(const document::Document* document)
+{
+    QStringList paths;
+    if (document) {
+        for (const query::ResultItem* item : document->metadataQueryController()->results()->selectedObjects()) {
+            paths.append(item->path());
+        }
+    }
+    return paths;
 }
 
 }  // namespace trovara::widgets

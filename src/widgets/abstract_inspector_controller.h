@@ -26,6 +26,9 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QStringList>
+
+#include <functional>
 
 class QWidget;
 
@@ -89,6 +92,15 @@ protected:
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 
+    // For panels that show the selected result: calls `selectionChanged`
+    // whenever the document's selection or results change, and
+    // `searchStringsChanged` whenever its search strings do, until the next
+    // call (a null document: never).
+    void followSelectionOf(document::Document* document, const std::function<void()>& selectionChanged,
+                           const std::function<void()>& searchStringsChanged);
+    // The paths of the document's selected results.
+    static QStringList selectedPaths(const document::Document* document);
+
 private:
     void setBound(bool bound);
     void publishContent();
@@ -100,6 +112,7 @@ private:
     QPointer<document::Document> m_activeDocument;
     QPointer<document::Document> m_shown;
     bool m_bound = false;
+    QList<QMetaObject::Connection> m_selectionConnections;
 };
 
 }  // namespace trovara::widgets

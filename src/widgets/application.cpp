@@ -13,6 +13,7 @@
 #include "widgets/message_bar.h"
 #include "widgets/preferences_window.h"
 #include "widgets/query_inspector_controller.h"
+#include "widgets/quick_look_controller.h"
 #include "widgets/text_preview_controller.h"
 
 #include <QApplication>
@@ -146,7 +147,8 @@ void Application::setUp()
     m_inspector = new InspectorController;
     m_queryInspector = new QueryInspectorController;
     m_textPreview = new TextPreviewController;
-    m_panels = {m_inspector, m_queryInspector, m_textPreview};
+    m_quickLook = new QuickLookController;
+    m_panels = {m_inspector, m_queryInspector, m_textPreview, m_quickLook};
     buildActions();
     for (AbstractInspectorController* panel : m_panels) {
         connect(panel, &AbstractInspectorController::windowStateChanged, this, &Application::refreshPanelTitles);
@@ -215,7 +217,14 @@ void Application::buildActions()
     textPreview->setIconText(tr("Preview"));
     textPreview->setToolTip(tr("Show or hide the text of the selected result, its search terms coloured"));
     connect(textPreview, &QAction::triggered, m_textPreview, &AbstractInspectorController::toggleInspectorPanel);
-    m_actions.panels = {inspector, queryInspector, textPreview};
+    // The space bar, as in the file managers (text fields keep their spaces).
+    auto* quickLook = new QAction(m_quickLook->menuTitle(), this);
+    quickLook->setShortcut(QKeySequence(Qt::Key_Space));
+    quickLook->setIcon(themeIcon(QStringLiteral("document-preview"), style->standardIcon(QStyle::SP_FileDialogDetailedView)));
+    quickLook->setIconText(tr("Quick Look"));
+    quickLook->setToolTip(tr("Show or hide a large view of the selected result (Space)"));
+    connect(quickLook, &QAction::triggered, m_quickLook, &AbstractInspectorController::toggleInspectorPanel);
+    m_actions.panels = {inspector, queryInspector, textPreview, quickLook};
 
     m_actions.about = new QAction(tr("About Trovara"), this);
     m_actions.about->setMenuRole(QAction::AboutRole);

@@ -62,6 +62,7 @@ class AbstractInspectorController;
 class InspectorController;
 class PreferencesController;
 class QueryInspectorController;
+class QuickLookController;
 class TextPreviewController;
 class ThumbnailLoader;
 
@@ -107,6 +108,7 @@ public:
     InspectorController* inspector() const { return m_inspector; }
     QueryInspectorController* queryInspector() const { return m_queryInspector; }
     TextPreviewController* textPreview() const { return m_textPreview; }
+    QuickLookController* quickLook() const { return m_quickLook; }
     // The shell's commands, as every window shows them.
     const ApplicationActions& actions() const { return m_actions; }
     QStringList recentDocuments() const;
@@ -165,6 +167,7 @@ private:
     InspectorController* m_inspector = nullptr;
     QueryInspectorController* m_queryInspector = nullptr;
     TextPreviewController* m_textPreview = nullptr;
+    QuickLookController* m_quickLook = nullptr;
     std::vector<AbstractInspectorController*> m_panels;
     ApplicationActions m_actions;
     DocumentWindow::UrlOpener m_opener;

@@ -9,7 +9,9 @@
 #include "widgets/inspector_controller.h"
 #include "widgets/preferences_window.h"
 #include "widgets/query_inspector_controller.h"
+#include "widgets/quick_look_controller.h"
 #include "widgets/template_saver_sheet.h"
+#include "widgets/text_preview_controller.h"
 #include "widgets/thumbnail_cache.h"
 
 #include <QComboBox>
@@ -39,6 +41,24 @@ void selectResultEndingWith(DocumentWindow& window, const QString& suffix)
     if (results->rowCount() > 0) {
         results->setSelectionIndex(0);
     }
+}
+
+// Opens a panel on the result ending so, waits until `ready` and grabs it.
+QPixmap panelShot(AbstractInspectorController& panel, DocumentWindow& window, const QString& suffix, QSize size,
+                  const std::function<bool()>& ready)
+{
+    window.selectResultsView(0);
+    selectResultEndingWith(window, suffix);
+    panel.activateInspectorPanel();
+    panel.window()->resize(size);
+    QDeadlineTimer limit(10000);
+    while (!ready() && !limit.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    settleForScreenshot();
+    QPixmap picture = panel.window()->grab();
+    panel.window()->close();
+    return picture;
 }
 
 QPixmap showView(DocumentWindow& window, int view, const QString& selectSuffix)
@@ -134,6 +154,27 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
              QPixmap picture = withSheet(window, *sheet);
              sheet->cancelSheet();
              return picture;
+         }},
+        {QStringLiteral("text-preview"),
+         [](Application& application, DocumentWindow& window) {
+             TextPreviewController& panel = *application.textPreview();
+             panel.preview().setQuerySearchStringArray(
+                 {QStringLiteral("港"), QStringLiteral("氷河"), QStringLiteral("夕日")});
+             return panelShot(panel, window, QStringLiteral("日記.txt"), QSize(560, 300),
+                              [&panel] { return panel.isTextShown(); });
+         }},
+        {QStringLiteral("quick-look-picture"),
+         [](Application& application, DocumentWindow& window) {
+             QuickLookController& panel = *application.quickLook();
+             return panelShot(panel, window, QStringLiteral("dawn.png"), QSize(520, 420), [&panel] {
+                 return panel.kind() == QuickLookController::Kind::Picture;
+             });
+         }},
+        {QStringLiteral("quick-look-pdf"),
+         [](Application& application, DocumentWindow& window) {
+             QuickLookController& panel = *application.quickLook();
+             return panelShot(panel, window, QStringLiteral(".pdf"), QSize(460, 600),
+                              [&panel] { return panel.kind() == QuickLookController::Kind::Pdf; });
          }},
         {QStringLiteral("file-progress"),
          [](Application&, DocumentWindow& window) { return fileOperationProgressScene(window); }},

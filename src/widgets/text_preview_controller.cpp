@@ -1,16 +1,12 @@
 #include "widgets/text_preview_controller.h"
 
-#include "query/metadata_query_controller.h"
-#include "query/result_item.h"
 #include "preview/text_preview_utility.h"
-#include "query/result_table_model.h"
 #include "widgets/preview_text_view.h"
 
 #include <QAction>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QHBoxLayout>
-#include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
 #include <QStackedWidget>
@@ -24,14 +20,7 @@ TextPreviewController::TextPreviewController(QObject* parent, preview::TextPrevi
     : AbstractInspectorController(QStringLiteral("TextPreviewController"), tr("Text Preview"), parent)
     , m_usesHelper(!reader)
 {
-    if (!reader) {
-        // The helper starts when the panel is first shown (see makeContents),
-        // not with the application: most sessions never open the panel.
-        reader = [](const std::string& path, const std::atomic<bool>* cancel) {
-            return preview::TextPreviewUtility::sharedTextPreviewUtility().textContentsOfFile(path, cancel);
-        };
-    }
-    m_preview = preview::TextPreview::create(std::move(reader));
+    m_preview = preview::TextPreview::create(reader ? std::move(reader) : helperReader());
     m_preview->setActive(false);
     connect(this, &AbstractInspectorController::windowStateChanged, this,
             [this] { m_preview->setActive(isWindowLoaded() && isWindowVisible()); });
@@ -39,6 +28,15 @@ TextPreviewController::TextPreviewController(QObject* parent, preview::TextPrevi
     connect(m_preview.get(), &preview::TextPreview::highlightsChanged, this, &TextPreviewController::showHighlights);
     connect(m_preview.get(), &preview::TextPreview::currentMatchChanged, this,
             &TextPreviewController::showCurrentMatch);
+}
+
+preview::TextPreview::Reader TextPreviewController::helperReader()
+{
+    // The helper starts when a panel is first shown (see makeContents), not
+    // with the application: most sessions never open one.
+    return [](const std::string& path, const std::atomic<bool>* cancel) {
+        return preview::TextPreviewUtility::sharedTextPreviewUtility().textContentsOfFile(path, cancel);
+    };
 }
 
 QString TextPreviewController::menuTitleWhenActive(bool active) const
@@ -124,33 +122,15 @@ QWidget* TextPreviewController::makeContents()
 
 void TextPreviewController::showContent(document::Document* document)
 {
-    for (const QMetaObject::Connection& connection : m_documentConnections) {
-        disconnect(connection);
-    }
-    m_documentConnections.clear();
     m_document = document;
-    if (document) {
-        query::ResultTableModel* results = document->metadataQueryController()->results();
-        m_documentConnections << connect(results->selectionModel(), &QItemSelectionModel::selectionChanged, this,
-                                         &TextPreviewController::followSelection);
-        m_documentConnections << connect(results, &query::ResultTableModel::arrangedObjectsChanged, this,
-                                         &TextPreviewController::followSelection);
-        m_documentConnections << connect(document, &document::Document::searchStringChanged, this,
-                                         &TextPreviewController::followSearchStrings);
-    }
+    followSelectionOf(document, [this] { followSelection(); }, [this] { followSearchStrings(); });
     followSearchStrings();
     followSelection();
 }
 
 void TextPreviewController::followSelection()
 {
-    QStringList paths;
-    if (m_document) {
-        for (const query::ResultItem* item : m_document->metadataQueryController()->results()->selectedObjects()) {
-            paths.append(item->path());
-        }
-    }
-    m_preview->activeSelectionChanged(paths);
+    m_preview->activeSelectionChanged(selectedPaths(m_document));
 }
 
 void TextPreviewController::followSearchStrings()

@@ -30,6 +30,8 @@ public:
     explicit TextPreviewController(QObject* parent = nullptr, preview::TextPreview::Reader reader = {});
 
     QString menuTitleWhenActive(bool active) const override;
+    // Reads through the process's text preview helper.
+    static preview::TextPreview::Reader helperReader();
 
     preview::TextPreview& preview() const { return *m_preview; }
     PreviewTextView* previewView() const { return m_view; }
@@ -57,7 +59,6 @@ private:
     bool m_usesHelper;
     std::shared_ptr<preview::TextPreview> m_preview;
     QPointer<document::Document> m_document;
-    QList<QMetaObject::Connection> m_documentConnections;
     QLineEdit* m_searchField = nullptr;
     QToolButton* m_previous = nullptr;
     QToolButton* m_next = nullptr;

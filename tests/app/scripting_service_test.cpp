@@ -6,6 +6,7 @@
 #include "app/scripting_service.h"
 
 #include "common/error_presenter.h"
+#include "common/paths.h"
 
 #include "index/live/live_query.h"
 #include "live_test_support.h"
@@ -23,6 +24,7 @@
 #include <QDBusVariant>
 #include <QDeadlineTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QPointer>
 #include <QSignalSpy>
 
@@ -331,11 +333,136 @@ TEST_F(ScriptingServiceTest, SecondInstanceHandsItsLocationsToTheRunningOne)
     EXPECT_FALSE(ScriptingService::forwardToRunningInstance({folder}, *client));
 }
 
-TEST_F(ScriptingServiceTest, UrlWithoutAHandlerIsPresentedAsAnError)
+TEST_F(ScriptingServiceTest, QuickSearchLinkHandedOverRunsTheSearch)
 {
-    service->openLocations({QStringLiteral("trovara:blitzSearch?searchstring=x")});
+    service->openLocations({QStringLiteral("trovara://blitzSearch?searchstring=report&filenameflag=1")});
+    EXPECT_TRUE(presented.empty());
+    ASSERT_EQ(delegate->documents().size(), 1u);
+    EXPECT_TRUE(delegate->documents().front()->currentExpression().contains(QStringLiteral("report")));
+}
+
+TEST_F(ScriptingServiceTest, OtherLinksWithoutAHandlerArePresentedAsAnError)
+{
+    service->openLocations({QStringLiteral("mailto:ann@example.org")});
     ASSERT_EQ(presented.size(), 1u);
-    EXPECT_TRUE(presented[0].description.contains(QStringLiteral("trovara:blitzSearch")));
+    EXPECT_TRUE(presented[0].description.contains(QStringLiteral("mailto:")));
+}
+
+// --- Quick searches over the bus -------------------------------------------------------------
+
+TEST_F(ScriptingServiceTest, BlitzSearchMakesARunningDocumentWithTheResults)
+{
+    const QDBusMessage reply =
+        application("BlitzSearch", {QStringLiteral("report"), false, true, false, false, QString()});
+    const QString path = objectPath(reply);
+    ASSERT_TRUE(path.startsWith(QLatin1String(ScriptingService::kDocumentPathPrefix)));
+    Document* document = service->documentForPath(path);
+    ASSERT_NE(document, nullptr);
+    // The new search starts by itself, over the places of a new document;
+    // this test wants the tree's results, so it searches there next.
+    waitUntilLive(path);
+    ASSERT_EQ(property(path, "State").toString(), QStringLiteral("live"));
+    ASSERT_EQ(onDocument(path, "Stop").type(), QDBusMessage::ReplyMessage);
+    document->applyLocations({QString::fromStdString(root)});
+    ASSERT_EQ(onDocument(path, "Start").type(), QDBusMessage::ReplyMessage);
+    waitUntilLive(path);
+    EXPECT_TRUE(property(path, "QueryString").toString().contains(QStringLiteral("kMDItemDisplayName")));
+    EXPECT_TRUE(property(path, "QueryString").toString().contains(QStringLiteral("report")));
+    QStringList names;
+    const QDBusMessage results = onDocument(path, "Results");
+    for (const QString& result : results.arguments().value(0).toStringList()) {
+        names << QFileInfo(result).fileName();
+    }
+    names.sort();
+    EXPECT_EQ(names, (QStringList{QStringLiteral("report one.txt"), QStringLiteral("report two.txt")}));
+}
+
+TEST_F(ScriptingServiceTest, LocationSearchSearchesTheFoldersGiven)
+{
+    const QString folder = QString::fromStdString(root);
+    const QString path = objectPath(application("LocationSearch", {QStringList{folder}}));
+    Document* document = service->documentForPath(path);
+    ASSERT_NE(document, nullptr);
+    QStringList scopes;
+    for (model::OrderedScope* ordered : model::OrderedScope::orderedScopes(document->managedObjectContext())) {
+        scopes << expandTilde(ordered->scope()->path());
+    }
+    EXPECT_EQ(scopes, QStringList{folder});
+}
+
+TEST_F(ScriptingServiceTest, OpenTemplateReusesOrCopiesAndOpenUrlRunsLinks)
+{
+    const QString templatePath = QString::fromStdString(root) + QStringLiteral("/Mine.trova");
+    Document* made = delegate->newDocument().value();
+    ASSERT_TRUE(made->saveToURL(templatePath, Document::SaveOperation::SaveTo).ok());
+    delegate->closeDocument(made);
+
+    const QString first = objectPath(application("OpenTemplate", {templatePath, false}));
+    EXPECT_EQ(objectPath(application("OpenTemplate", {templatePath, false})), first);
+    EXPECT_NE(objectPath(application("OpenTemplate", {templatePath, true})), first);
+    EXPECT_EQ(property(first, "FilePath").toString(), QString());
+
+    const size_t before = delegate->documents().size();
+    EXPECT_EQ(application("OpenUrl", {QStringLiteral("trovara://harbour")}).type(), QDBusMessage::ReplyMessage);
+    ASSERT_EQ(delegate->documents().size(), before + 1);
+    EXPECT_TRUE(delegate->documents().back()->currentExpression().contains(QStringLiteral("harbour")));
+}
+
+TEST_F(ScriptingServiceTest, ActivateAndActivateNewDocumentBringTrovaraForward)
+{
+    QSignalSpy activated(delegate.get(), &ApplicationDelegate::activationRequested);
+    EXPECT_EQ(application("Activate").type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(delegate->documents().size(), 1u);
+    EXPECT_EQ(application("ActivateNewDocument").type(), QDBusMessage::ReplyMessage);
+    EXPECT_EQ(delegate->documents().size(), 2u);
+    EXPECT_EQ(activated.count(), 2);
+}
+
+TEST_F(ScriptingServiceTest, BadQuickSearchCallsAreClearErrorsAndMakeNothing)
+{
+    const QString missing = QString::fromStdString(root) + QStringLiteral("/missing");
+    struct BadCall {
+        const char* method;
+        QVariantList arguments;
+        const char* error;
+    };
+    const std::vector<BadCall> calls = {
+        {"BlitzSearch", {QString(), true, true, true, true, QString()}, "org.freedesktop.DBus.Error.InvalidArgs"},
+        {"BlitzSearch", {QString(100 * 1024, QLatin1Char('x')), true, false, false, false, QString()},
+         "org.freedesktop.DBus.Error.InvalidArgs"},
+        {"BlitzSearch", {QStringLiteral("x"), true, false, false, false, QStringLiteral("Photos")},
+         "org.freedesktop.DBus.Error.InvalidArgs"},
+        {"BlitzSearch", {QStringLiteral("x"), true, false, false, false, missing},
+         "org.freedesktop.DBus.Error.FileNotFound"},
+        // Wrong argument types never reach Trovara.
+        {"BlitzSearch", {42, true}, "org.freedesktop.DBus.Error.UnknownMethod"},
+        {"LocationSearch", {QStringList()}, "org.freedesktop.DBus.Error.InvalidArgs"},
+        {"LocationSearch", {QStringList{QStringLiteral("relative")}}, "org.freedesktop.DBus.Error.InvalidArgs"},
+        {"LocationSearch", {QStringList{missing}}, "org.freedesktop.DBus.Error.FileNotFound"},
+        {"LocationSearch", {QStringLiteral("/tmp")}, "org.freedesktop.DBus.Error.UnknownMethod"},
+        {"OpenTemplate", {QString(), true}, "org.freedesktop.DBus.Error.InvalidArgs"},
+        {"OpenTemplate", {missing, true}, "org.freedesktop.DBus.Error.FileNotFound"},
+        {"OpenUrl", {QStringLiteral("trovara://search?x=1")}, "org.freedesktop.DBus.Error.InvalidArgs"},
+        {"OpenUrl", {QStringLiteral("trovara://%zz")}, "org.freedesktop.DBus.Error.InvalidArgs"},
+        {"SearchFileManagerFolder", {}, ScriptingService::kNoFileManagerFolderError},
+    };
+    for (const BadCall& bad : calls) {
+        const QDBusMessage reply = application(bad.method, bad.arguments);
+        EXPECT_EQ(reply.type(), QDBusMessage::ErrorMessage) << bad.method;
+        EXPECT_EQ(reply.errorName(), QLatin1String(bad.error)) << bad.method << ": " << reply.errorMessage().toStdString();
+        EXPECT_FALSE(reply.errorMessage().isEmpty()) << bad.method;
+    }
+    EXPECT_TRUE(delegate->documents().empty());
+}
+
+TEST_F(ScriptingServiceTest, SearchFileManagerFolderSearchesTheFolderTheDesktopNames)
+{
+    const QString folder = QString::fromStdString(root);
+    service->setFileManagerFolderSource([folder] { return folder; });
+    Document* document = service->documentForPath(objectPath(application("SearchFileManagerFolder")));
+    ASSERT_NE(document, nullptr);
+    EXPECT_EQ(expandTilde(model::OrderedScope::orderedScopes(document->managedObjectContext()).front()->scope()->path()),
+              folder);
 }
 
 TEST(ScriptingLocations, CommandLineArgumentsBecomeAbsolutePathsOrStayUrls)

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -366,6 +367,42 @@ TEST_F(DaemonTest, ClientsFindTheDaemonAgainAfterItRestarts)
     EXPECT_NE(notices[0].find("gone away"), std::string::npos);
     EXPECT_NE(notices[1].find("back"), std::string::npos);
     query.stop();
+}
+
+// `trova find` asks for a checkpoint before it reads the snapshot: it must
+// not wait behind a crawl the daemon is doing.
+TEST_F(DaemonTest, ACheckpointIsAnsweredWhileTheDaemonCrawls)
+{
+    for (const char* folder : {"docs/a", "docs/b"}) {
+        ::mkdir(at(folder).c_str(), 0755);
+    }
+    startDaemon();
+    auto client = connect();
+    ASSERT_TRUE(client);
+    std::promise<void> crawling;
+    std::promise<void> answered;
+    std::shared_future<void> answeredNow = answered.get_future().share();
+    index::Index::Options options;
+    options.threads = 1;
+    int folders = 0;
+    options.progress = [&](const index::UpdateProgress&) {
+        if (++folders == 1) {
+            crawling.set_value();
+            // Held here until the checkpoint is answered (or for good: the
+            // test fails then, but ends).
+            answeredNow.wait_for(std::chrono::seconds(30));
+        }
+    };
+    auto adding = std::async(std::launch::async, [&] { return m_engine->addRoots({root}, options); });
+    crawling.get_future().wait();
+    const Reply reply = call(*client, MessageType::Checkpoint);
+    EXPECT_NE(adding.wait_for(std::chrono::seconds(0)), std::future_status::ready) << "answered behind the crawl";
+    answered.set_value();
+    EXPECT_FALSE(reply.failure.has_value());
+    EXPECT_TRUE(adding.get().ok());
+    // Afterwards a checkpoint writes the snapshot the crawl leaves.
+    const Reply after = call(*client, MessageType::Checkpoint);
+    EXPECT_GT(after.generation, reply.generation);
 }
 
 TEST(SocketPath, EachIndexHasItsOwnPrivateSocket)

@@ -332,7 +332,7 @@ int indexCommand(const GlobalOptions& global, const QStringList& arguments)
             std::fprintf(stderr, "searchable by name, size, date and kind: %llu folders, %llu files (%.1f s)%s\n",
                          static_cast<unsigned long long>(crawled.crawl.folders),
                          static_cast<unsigned long long>(crawled.crawl.files), seconds,
-                         index.hasImporter() ? "; now importing what files contain" : "");
+                         index.hasImporter() && !namesOnly ? "; now importing what files contain" : "");
         };
     }
     index::Expected<index::UpdateReport> report = verb == QLatin1String("add")      ? index.addRoots(folders, options)

@@ -53,6 +53,7 @@ Expected<ContentWanted> contentWanted(Store& store)
 }
 
 constexpr std::uint64_t kFilesPerTransaction = 500;
+constexpr std::size_t kFilesPerPage = 5000;
 constexpr auto kTransactionTime = std::chrono::seconds(2);
 
 }  // namespace
@@ -109,25 +110,83 @@ ImportRecord ImportPass::record(const ImportJob& job, int attemptsBefore, Import
 Expected<ImportReport> ImportPass::importPending(const std::atomic<bool>* cancel, const ProgressCallback& progress)
 {
     ImportReport report;
-    Expected<std::vector<Pending>> pending = pendingFiles(&report.unavailable);
-    if (!pending) {
-        return pending.error();
+    Expected<std::uint64_t> waiting = countWaiting();
+    if (!waiting) {
+        return waiting.error();
     }
-    if (pending->empty()) {
-        return report;
+    // A page at a time, so that a large index is imported in little memory.
+    ImportProgress overall;
+    overall.total = *waiting;
+    std::int64_t after = 0;
+    while (!(cancel && cancel->load())) {
+        std::int64_t last = after;
+        Expected<std::vector<Pending>> page = pendingFiles(after, kFilesPerPage, &last, &report.unavailable);
+        if (!page) {
+            return page.error();
+        }
+        if (last == after || !report.unavailable.empty()) {
+            break;
+        }
+        after = last;
+        const std::uint64_t before = overall.done;
+        Expected<ImportReport> imported = importListed(std::move(*page), cancel, [&](const ImportProgress& state) {
+            overall.done = before + state.done;
+            overall.path = state.path;
+            if (progress) {
+                progress(overall);
+            }
+        });
+        if (!imported) {
+            return imported.error();
+        }
+        report.imported += imported->imported;
+        report.failed += imported->failed;
+        report.withText += imported->withText;
+        if (!imported->unavailable.empty()) {
+            report.unavailable = imported->unavailable;
+            break;
+        }
     }
-    return importListed(std::move(*pending), cancel, progress);
+    report.cancelled = cancel && cancel->load();
+    return report;
 }
 
-Expected<std::vector<ImportPass::Pending>> ImportPass::pendingFiles(std::string* unavailable)
+Expected<std::uint64_t> ImportPass::countWaiting()
+{
+    Expected<std::vector<std::pair<std::int32_t, std::int64_t>>> counts = m_store.countPendingImports(kMaxImportAttempts);
+    if (!counts) {
+        return counts.error();
+    }
+    Expected<std::vector<std::string>> mimeTypes = m_store.mimeTypes();
+    if (!mimeTypes) {
+        return mimeTypes.error();
+    }
+    if (counts->empty() || !loadImporters()) {
+        return std::uint64_t{0};
+    }
+    std::uint64_t total = 0;
+    for (const auto& [type, count] : *counts) {
+        const auto index = static_cast<std::size_t>(type);
+        if (index < mimeTypes->size() && !(*mimeTypes)[index].empty() && importerForMime((*mimeTypes)[index])) {
+            total += static_cast<std::uint64_t>(count);
+        }
+    }
+    return total;
+}
+
+Expected<std::vector<ImportPass::Pending>> ImportPass::pendingFiles(std::int64_t after, std::size_t limit,
+                                                                    std::int64_t* last, std::string* unavailable)
 {
     std::vector<Pending> files;
-    Expected<std::vector<PendingImport>> pending = m_store.pendingImports(kMaxImportAttempts);
+    Expected<std::vector<PendingImport>> pending = m_store.pendingImports(kMaxImportAttempts, after, limit);
     if (!pending) {
         return pending.error();
     }
     if (pending->empty()) {
         return files;
+    }
+    if (last) {
+        *last = pending->back().id;
     }
     Expected<std::vector<std::string>> mimeTypes = m_store.mimeTypes();
     if (!mimeTypes) {
@@ -139,7 +198,6 @@ Expected<std::vector<ImportPass::Pending>> ImportPass::pendingFiles(std::string*
         }
         return files;
     }
-
     Expected<ContentWanted> wanted = contentWanted(m_store);
     if (!wanted) {
         return wanted.error();

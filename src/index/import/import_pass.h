@@ -76,7 +76,13 @@ public:
         ImportJob job;
         int attempts = 0;  // failed tries so far
     };
-    Expected<std::vector<Pending>> pendingFiles(std::string* unavailable = nullptr);
+    // A page of them: those after the item `after`, of the next `limit`
+    // files waiting (fewer may be listed); `last` is told the last item the
+    // page looked at, where the next page starts.
+    Expected<std::vector<Pending>> pendingFiles(std::int64_t after, std::size_t limit, std::int64_t* last,
+                                                std::string* unavailable = nullptr);
+    // How many files wait for an importer that serves them.
+    Expected<std::uint64_t> countWaiting();
     Expected<ImportReport> importListed(std::vector<Pending> files, const std::atomic<bool>* cancel = nullptr,
                                         const ProgressCallback& progress = {});
 

@@ -688,21 +688,35 @@ Expected<std::size_t> LiveIndex::importSome(std::size_t files, const std::atomic
     }
     ImportPass pass(m_index->store(), *m_services.importer);
     if (!m_pendingImports) {
-        Expected<std::vector<ImportPass::Pending>> listed = pass.pendingFiles();
-        if (!listed) {
-            return listed.error();
+        // A new round: counted once, listed a page at a time.
+        Expected<std::uint64_t> waiting = pass.countWaiting();
+        if (!waiting) {
+            return waiting.error();
         }
-        m_pendingImports.emplace(std::make_move_iterator(listed->begin()), std::make_move_iterator(listed->end()));
+        m_pendingImports.emplace();
+        m_importCursor = 0;
         m_importsDone = 0;
-        m_importsListed = m_pendingImports->size();
+        m_importsListed = *waiting;
+    }
+    while (m_pendingImports->empty()) {
+        std::int64_t last = m_importCursor;
+        std::string unavailable;
+        Expected<std::vector<ImportPass::Pending>> page = pass.pendingFiles(m_importCursor, kImportPage, &last, &unavailable);
+        if (!page) {
+            return page.error();
+        }
+        if (last == m_importCursor || !unavailable.empty()) {
+            m_importsListed = m_importsDone;  // nothing more this round
+            return std::size_t{0};
+        }
+        m_importCursor = last;
+        m_pendingImports->insert(m_pendingImports->end(), std::make_move_iterator(page->begin()),
+                                 std::make_move_iterator(page->end()));
     }
     std::vector<ImportPass::Pending> slice;
     while (!m_pendingImports->empty() && slice.size() < files) {
         slice.push_back(std::move(m_pendingImports->front()));
         m_pendingImports->pop_front();
-    }
-    if (slice.empty()) {
-        return std::size_t{0};
     }
     const std::size_t count = slice.size();
     Expected<ImportReport> imported = pass.importListed(std::move(slice), cancel);
@@ -714,8 +728,9 @@ Expected<std::size_t> LiveIndex::importSome(std::size_t files, const std::atomic
         return std::size_t{0};
     }
     m_importsDone += count;
+    m_importsListed = std::max(m_importsListed, m_importsDone);
     m_importsUnpublished = m_importsUnpublished || imported->imported + imported->failed > 0;
-    return m_pendingImports->size();
+    return static_cast<std::size_t>(std::max<std::uint64_t>(m_importsListed - m_importsDone, 1));
 }
 
 Expected<void> LiveIndex::publishImports()

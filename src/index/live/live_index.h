@@ -82,12 +82,15 @@ public:
     Expected<IndexChanges> apply(const std::vector<PathChange>& changes);
 
     // Imports up to `files` of the files waiting for their content (listed
-    // from the database the first time, and again after every crawl).
-    // Returns how many still wait. What was imported reaches searches at
-    // the next publishImports().
+    // from the database a page at a time, afresh after every crawl).
+    // Returns about how many still wait, 0 once none does. What was
+    // imported reaches searches at the next publishImports().
     Expected<std::size_t> importSome(std::size_t files, const std::atomic<bool>* cancel = nullptr);
-    // Whether files wait for their content (as of the last listing).
-    std::size_t importsWaiting() const { return m_pendingImports ? m_pendingImports->size() : 0; }
+    // How many files wait for their content, as counted for this round.
+    std::uint64_t importsWaiting() const
+    {
+        return m_pendingImports && m_importsListed > m_importsDone ? m_importsListed - m_importsDone : 0;
+    }
     // The imports done so far made visible: the catalogue is built again and
     // subscribers told to look at everything. Nothing when none was done.
     Expected<void> publishImports();
@@ -147,6 +150,8 @@ private:
 
     // Files waiting for their content; none until listed.
     std::optional<std::deque<ImportPass::Pending>> m_pendingImports;
+    std::int64_t m_importCursor = 0;  // the last item listed
+    static constexpr std::size_t kImportPage = 2000;
     std::uint64_t m_importsDone = 0;
     std::uint64_t m_importsListed = 0;
     bool m_importsUnpublished = false;

@@ -156,6 +156,31 @@ TEST_F(EngineTest, AContentChangeIsImportedAgainAndSearchedByItsNewWords)
     EXPECT_TRUE(problems.empty()) << problems.front();
 }
 
+TEST_F(EngineTest, AFolderKeptForNamesOnlyIsNeverImportedNotEvenAsItChanges)
+{
+    IndexServices services = test::liveServices();
+    auto importer = std::make_shared<test::TextFileImporter>();
+    services.importer = importer;
+    EngineOptions options = quickOptions();
+    auto started = IndexEngine::start(directory, services, options);
+    ASSERT_TRUE(started.ok()) << started.error().message;
+    IndexEngine& engine = *started.value();
+    Index::Options namesOnly;
+    namesOnly.namesOnly = true;
+    ASSERT_TRUE(engine.addRoots({root}, namesOnly).ok());
+    engine.sync();
+
+    LiveQueryOptions queryOptions;
+    queryOptions.query = "kMDItemFSName == '*.txt'";
+    LiveQuery query(engine, dispatcher, queryOptions);
+    ASSERT_TRUE(query.execute().ok());
+    ASSERT_TRUE(dispatcher->runUntilIdle(query));
+    writeFile(at("docs/minutes.txt"), "annual meeting\n");
+    settle(engine, query);
+    EXPECT_EQ(results(query), (std::set<std::string>{at("docs/report.txt"), at("docs/minutes.txt")}));
+    EXPECT_EQ(importer->imports.load(), 0);
+}
+
 TEST_F(EngineTest, ChangesWhileStoppedAreCaughtUpAtStart)
 {
     {
