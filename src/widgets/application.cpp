@@ -142,6 +142,25 @@ void Application::setUp()
     connect(m_delegate.get(), &app::ApplicationDelegate::templateMenuChanged, this, &Application::refreshTemplateMenu);
     connect(m_delegate.get(), &app::ApplicationDelegate::terminateRequested, this,
             [] { QTimer::singleShot(0, qApp, &QCoreApplication::quit); });
+    // Quick searches (links, services, scripts) ask for the beep when they
+    // cannot be carried out, and for the front otherwise.
+    connect(m_delegate.get(), &app::ApplicationDelegate::beepRequested, this, [] { QApplication::beep(); });
+    connect(m_delegate.get(), &app::ApplicationDelegate::activationRequested, this, &Application::bringToFront);
+    connect(m_delegate.get(), &app::ApplicationDelegate::documentWindowRequested, this,
+            [this](document::Document* document) {
+                DocumentWindow* window = windowForDocument(document);
+                if (!window) {
+                    window = makeWindow(document);
+                }
+                if (window) {
+                    window->showNormal();
+                    window->raise();
+                    window->activateWindow();
+                }
+            });
+    connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState state) {
+        m_delegate->setApplicationActive(state == Qt::ApplicationActive);
+    });
     m_opener = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
     QApplication::setQuitOnLastWindowClosed(false);
     m_inspector = new InspectorController;

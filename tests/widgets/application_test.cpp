@@ -20,6 +20,7 @@
 #include <QMenu>
 #include <QPointer>
 #include <QProgressBar>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <thread>
@@ -116,6 +117,26 @@ TEST_F(ApplicationTest, DocumentsOpenedOrClosedBehindTheWindowsGetOrLoseTheirWin
     EXPECT_TRUE(app.windows().empty());
     EXPECT_EQ(app.activeDocument(), nullptr);
     EXPECT_EQ(asked, 0);
+}
+
+TEST_F(ApplicationTest, AQuickSearchLinkOpensItsSearchInAWindowAndARefusedOneBeeps)
+{
+    Application& app = application();
+    QSignalSpy beeps(&app.delegate(), &app::ApplicationDelegate::beepRequested);
+    const std::size_t before = app.windows().size();
+
+    app.delegate().getUrl(QStringLiteral("trovara://blitzSearch?searchstring=harbour&filenameflag=1"));
+    ASSERT_EQ(app.windows().size(), before + 1);
+    DocumentWindow* window = app.windows().back();
+    EXPECT_TRUE(window->isVisible());
+    const QString expression = window->document().currentExpression();
+    EXPECT_TRUE(expression.contains(QStringLiteral("harbour"))) << expression.toStdString();
+    EXPECT_EQ(beeps.count(), 0);
+
+    // A malformed link: the beep, and no window more.
+    app.delegate().getUrl(QStringLiteral("trovara://bad%zzescape"));
+    EXPECT_EQ(beeps.count(), 1);
+    EXPECT_EQ(app.windows().size(), before + 1);
 }
 
 TEST_F(ApplicationTest, PreferencesOpenFromEveryWindowAndAreMadeOnce)
