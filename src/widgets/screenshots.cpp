@@ -11,6 +11,7 @@
 #include "widgets/query_inspector_controller.h"
 #include "widgets/quick_look_controller.h"
 #include "widgets/template_saver_sheet.h"
+#include "widgets/preview_text_view.h"
 #include "widgets/text_preview_controller.h"
 #include "widgets/thumbnail_cache.h"
 
@@ -18,6 +19,7 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
+#include <QLineEdit>
 #include <QPainter>
 #include <QTableView>
 #include <QTimer>
@@ -158,10 +160,16 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
         {QStringLiteral("text-preview"),
          [](Application& application, DocumentWindow& window) {
              TextPreviewController& panel = *application.textPreview();
+             // Three terms, as a search for these words would colour them.
+             window.selectResultsView(0);
+             selectResultEndingWith(window, QStringLiteral("日記.txt"));
+             panel.activateInspectorPanel();
              panel.preview().setQuerySearchStringArray(
                  {QStringLiteral("港"), QStringLiteral("氷河"), QStringLiteral("夕日")});
-             return panelShot(panel, window, QStringLiteral("日記.txt"), QSize(560, 300),
-                              [&panel] { return panel.isTextShown(); });
+             panel.searchField()->setText(panel.preview().searchString());
+             return panelShot(panel, window, QStringLiteral("日記.txt"), QSize(560, 300), [&panel] {
+                 return panel.isTextShown() && !panel.previewView()->matches().empty();
+             });
          }},
         {QStringLiteral("quick-look-picture"),
          [](Application& application, DocumentWindow& window) {
