@@ -44,7 +44,7 @@ protected:
     {
         HelperOptions o;
         o.executable = executable;
-        o.timeLimit = std::chrono::milliseconds(1500);
+        o.timeLimit = std::chrono::milliseconds(4000);
         o.memoryLimit = std::uint64_t{256} << 20;
         o.textLimit = 4096;
         return o;
