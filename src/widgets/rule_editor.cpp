@@ -270,7 +270,7 @@ RuleEditorLine::RuleEditorLine(RuleEditor& editor, editors::RowPtr description)
     , m_grip(new QLabel(QStringLiteral("⋮⋮"), this))
     , m_remove(makeButton(QStringLiteral("−"), tr("Remove this line"), this))
     , m_add(makeButton(QStringLiteral("+"), tr("Add a line after this one"), this))
-    , m_addGroup(makeButton(QStringLiteral("⧉"), tr("Add a group of lines after this one"), this))
+    , m_addGroup(makeButton(QStringLiteral("…"), tr("Add a group of lines after this one"), this))
 {
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(4, 1, 4, 1);
@@ -289,6 +289,9 @@ RuleEditorLine::RuleEditorLine(RuleEditor& editor, editors::RowPtr description)
     }
     m_remove->setIcon(QIcon::fromTheme(QStringLiteral("list-remove")));
     m_add->setIcon(QIcon::fromTheme(QStringLiteral("list-add")));
+    // A group nests lines one step in; the text stands in without a theme.
+    m_addGroup->setIcon(QIcon::fromTheme(QStringLiteral("format-indent-more"),
+                                        QIcon::fromTheme(QStringLiteral("format-indent-more-symbolic"))));
     setMinimumHeight(editor.model().rowHeight());
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 

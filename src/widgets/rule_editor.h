@@ -2,8 +2,8 @@
 // buttons to add a line, add a group and remove a line, shown for a
 // headless RuleEditorModel (which its delegate fills).
 //
-//   ⋮⋮  [Name ▾] [contains ▾] [report……………]          [−] [+] [⧉]
-//       ⋮⋮  [ANY of the following is true: ▾]          [−] [+] [⧉]
+//   ⋮⋮  [Name ▾] [contains ▾] [report……………]          [−] [+] […]
+//       ⋮⋮  [ANY of the following is true: ▾]          [−] [+] […]
 //
 // Keyboard: every pop-up, field and button is reached with Tab and changed
 // with the keyboard (arrow keys in a pop-up, typing in a field, Space on a
