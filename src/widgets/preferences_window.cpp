@@ -1,6 +1,7 @@
 #include "widgets/preferences_window.h"
 
 #include "app/accent_colors.h"
+#include "app/file_manager_actions.h"
 #include "model/defaults.h"
 #include "widgets/shortcut_recorder.h"
 
@@ -137,6 +138,9 @@ PreferencesController::PreferencesController(app::ApplicationDelegate& delegate,
     auto* form = new QFormLayout;
     for (int i = 0; i < 3; ++i) {
         auto* recorder = new ShortcutRecorder(global);
+        // Wide enough for the longest combination a person records.
+        recorder->setMinimumWidth(recorder->fontMetrics().horizontalAdvance(QStringLiteral("Ctrl+Alt+Shift+Meta+PgDown"))
+                                  + 2 * recorder->fontMetrics().averageCharWidth());
         recorder->setAccessibleName(translated(kRecorders[i].name));
         recorder->setObjectName(QLatin1String(kRecorders[i].key));
         recorder->setValidator([this, i](const app::KeyCombination& combination) { return refusalFor(i, combination); });
@@ -166,7 +170,13 @@ PreferencesController::PreferencesController(app::ApplicationDelegate& delegate,
     auto* desktopLayout = new QVBoxLayout(desktop);
     m_fileManagerItem = new QPushButton(tr("Add \"Search Here\" to the &File Manager"), desktop);
     m_fileManagerItem->setAccessibleName(tr("Add Search Here to the file manager"));
-    m_fileManagerItem->setEnabled(false);
+    auto* fileManagerStatus = new QLabel(desktop);
+    fileManagerStatus->setObjectName(QStringLiteral("fileManagerStatus"));
+    connect(m_fileManagerItem, &QPushButton::clicked, this, [fileManagerStatus] {
+        const Result<QStringList> installed = app::FileManagerActions::installForUser();
+        fileManagerStatus->setText(installed ? tr("Added: right-click folders, then \"Search in Trovara\".")
+                                             : installed.error().toString());
+    });
     m_systemSearch = new QPushButton(tr("Turn Off the Desktop's File &Indexer"), desktop);
     m_systemSearch->setAccessibleName(tr("Turn off the desktop's file indexer"));
     m_systemSearch->setEnabled(false);
@@ -178,7 +188,10 @@ PreferencesController::PreferencesController(app::ApplicationDelegate& delegate,
         installed->setText(m_delegate.installTemplates(true) ? tr("Installed.")
                                                              : tr("The default templates could not be installed."));
     });
-    desktopLayout->addWidget(m_fileManagerItem);
+    auto* fileManagerRow = new QHBoxLayout;
+    fileManagerRow->addWidget(m_fileManagerItem);
+    fileManagerRow->addWidget(fileManagerStatus, 1);
+    desktopLayout->addLayout(fileManagerRow);
     desktopLayout->addWidget(m_systemSearch);
     auto* templatesRow = new QHBoxLayout;
     templatesRow->addWidget(m_installTemplates);

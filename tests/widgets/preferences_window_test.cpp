@@ -5,6 +5,7 @@
 #include "widgets/preferences_window.h"
 #include "widgets/shortcut_recorder.h"
 
+#include "app/file_manager_actions.h"
 #include "focus_walk.h"
 #include "model/defaults.h"
 #include "test_support.h"
@@ -14,8 +15,11 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QLabel>
 #include <QPushButton>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -87,10 +91,23 @@ TEST_F(PreferencesWindowTest, TabReachesEveryEnabledControlAndEachHasAName)
     // buttons, the template button and Close.
     EXPECT_GE(walk.forward.size(), 16u);
     EXPECT_EQ(walk.forward.size(), walk.backward.size() + 1);
-    // Waiting for their adapters, the desktop buttons are there but off.
-    EXPECT_FALSE(preferences.fileManagerItemButton()->isEnabled());
+    // Waiting for its adapter, the indexer switch is there but off.
     EXPECT_FALSE(preferences.systemSearchButton()->isEnabled());
     EXPECT_FALSE(preferences.fileManagerItemButton()->accessibleName().isEmpty());
+}
+
+TEST_F(PreferencesWindowTest, TheFileManagerButtonInstallsSearchInTrovaraForThisUser)
+{
+    PreferencesController& preferences = open();
+    QPushButton* button = preferences.fileManagerItemButton();
+    ASSERT_TRUE(button->isEnabled());
+    button->click();
+    auto* status = preferences.findChild<QLabel*>(QStringLiteral("fileManagerStatus"));
+    ASSERT_NE(status, nullptr);
+    EXPECT_TRUE(status->text().startsWith(QStringLiteral("Added"))) << status->text().toStdString();
+    const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    EXPECT_TRUE(QFileInfo::exists(dataHome + QStringLiteral("/nemo/actions/")
+                                  + QLatin1String(app::FileManagerActions::kNemoAction)));
 }
 
 TEST_F(PreferencesWindowTest, ControlsShowTheStoredValues)
