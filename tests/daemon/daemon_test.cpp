@@ -373,8 +373,11 @@ TEST_F(DaemonTest, ClientsFindTheDaemonAgainAfterItRestarts)
 // not wait behind a crawl the daemon is doing.
 TEST_F(DaemonTest, ACheckpointIsAnsweredWhileTheDaemonCrawls)
 {
-    for (const char* folder : {"docs/a", "docs/b"}) {
-        ::mkdir(at(folder).c_str(), 0755);
+    // Enough folders that the crawl, slowed down at each folder until the
+    // checkpoint is answered, is still running when the answer comes.
+    ::mkdir(at("docs/many").c_str(), 0755);
+    for (int i = 0; i < 300; ++i) {
+        ::mkdir(at("docs/many/" + std::to_string(i)).c_str(), 0755);
     }
     startDaemon();
     auto client = connect();
@@ -388,10 +391,10 @@ TEST_F(DaemonTest, ACheckpointIsAnsweredWhileTheDaemonCrawls)
     options.progress = [&](const index::UpdateProgress&) {
         if (++folders == 1) {
             crawling.set_value();
-            // Held here until the checkpoint is answered (or for good: the
-            // test fails then, but ends).
-            answeredNow.wait_for(std::chrono::seconds(30));
         }
+        // The engine does urgent work between folders, after this returns;
+        // a checkpoint held behind the whole crawl would take 300 of these.
+        answeredNow.wait_for(std::chrono::milliseconds(50));
     };
     auto adding = std::async(std::launch::async, [&] { return m_engine->addRoots({root}, options); });
     crawling.get_future().wait();
