@@ -373,7 +373,7 @@ Status Document::saveToURL(const QString& path, SaveOperation operation, const s
         return Error::make(Error::kFileWriteError, QStringLiteral("The document could not be saved."),
                            QStringLiteral("It has no file yet."), QStringLiteral("Choose where to save it."));
     }
-    setMetaAttributeText(kRunState, isQueryAlive() ? QStringLiteral("YES") : QStringLiteral("NO"));
+    setMetaAttributeText(kRunState, isQueryAlive() || m_savesAsRunning ? QStringLiteral("YES") : QStringLiteral("NO"));
     setMetaAttributeText(kResultsView, QString::number(m_controller->resultController()->selectedTabIndex()));
     const bool hasFilter = !m_controller->filterString().isEmpty()
                            || model::MetaAttribute::metaAttributeWithKey(kSearchFilterString, *m_context, false);

@@ -137,6 +137,9 @@ public:
     void stopQuery();
     void startStopQuery(bool alternateKeyDown = false);
     bool isQueryAlive() const { return m_controller->isAlive(); }
+    // Saved as running although nothing runs it here (a search made by the
+    // command-line tool): a window that opens it starts the search at once.
+    void setSavesAsRunning(bool running) { m_savesAsRunning = running; }
     // Start: no query alive, an expression and at least one scope. Stop:
     // a query alive.
     bool canStartQuery() const;
@@ -195,6 +198,7 @@ private:
     QMetaObject::Connection m_changeConnection;
     bool m_objectChangeNotificationEnabled = false;
     bool m_windowLoaded = false;
+    bool m_savesAsRunning = false;
     bool m_reloadPredicatePending = false;
     bool m_reloadScopesPending = false;
 

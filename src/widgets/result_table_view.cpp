@@ -27,7 +27,9 @@ ResultTableHeaderView::ResultTableHeaderView(ResultTableView* table)
     setSectionsMovable(true);
     setSortIndicatorShown(true);
     setHighlightSections(false);
-    setStretchLastSection(false);
+    // The last column takes the room the others leave, so the table has no
+    // empty strip on its right; the others keep the widths people drag.
+    setStretchLastSection(true);
     setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
 }
 
@@ -106,7 +108,9 @@ ResultTableView::ResultTableView(QWidget* parent)
     connect(m_header, &QHeaderView::sectionClicked, this, &ResultTableView::headerClicked);
     connect(m_header, &QHeaderView::sectionMoved, this, &ResultTableView::sectionMoved);
     connect(m_header, &QHeaderView::sectionResized, this, [this](int column, int, int width) {
-        if (!m_syncing && m_model) {
+        // The last column's width follows the window, not the person.
+        const bool stretched = m_header->visualIndex(column) == m_header->count() - 1;
+        if (!m_syncing && m_model && !stretched) {
             // A width the person chose stays.
             m_autoSizeWhenFilled = false;
             m_model->setColumnWidth(column, width);

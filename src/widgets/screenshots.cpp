@@ -15,12 +15,14 @@
 #include "widgets/text_preview_controller.h"
 #include "widgets/thumbnail_cache.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QLineEdit>
 #include <QPainter>
+#include <QPalette>
 #include <QTableView>
 #include <QTimer>
 
@@ -72,6 +74,42 @@ QPixmap showView(DocumentWindow& window, int view, const QString& selectSuffix)
     return window.grab();
 }
 
+// A dark desktop theme's colours, as Breeze Dark or Adwaita dark hand them
+// to Qt programs: the window drawn with them shows what a person with a dark
+// theme sees, whatever the machine rendering the picture is set to.
+QPalette darkPalette()
+{
+    QPalette dark;
+    const QColor window(0x2a, 0x2e, 0x32);
+    const QColor base(0x1b, 0x1e, 0x20);
+    const QColor text(0xfc, 0xfc, 0xfc);
+    const QColor disabled(0x80, 0x84, 0x88);
+    dark.setColor(QPalette::Window, window);
+    dark.setColor(QPalette::WindowText, text);
+    dark.setColor(QPalette::Base, base);
+    dark.setColor(QPalette::AlternateBase, QColor(0x23, 0x26, 0x29));
+    dark.setColor(QPalette::Text, text);
+    dark.setColor(QPalette::Button, QColor(0x31, 0x36, 0x3b));
+    dark.setColor(QPalette::ButtonText, text);
+    dark.setColor(QPalette::BrightText, QColor(0xff, 0x6b, 0x6b));
+    dark.setColor(QPalette::Highlight, QColor(0x3d, 0xae, 0xe9));
+    dark.setColor(QPalette::HighlightedText, text);
+    dark.setColor(QPalette::ToolTipBase, window);
+    dark.setColor(QPalette::ToolTipText, text);
+    dark.setColor(QPalette::PlaceholderText, disabled);
+    dark.setColor(QPalette::Link, QColor(0x1d, 0x99, 0xf3));
+    dark.setColor(QPalette::LinkVisited, QColor(0x9b, 0x59, 0xb6));
+    dark.setColor(QPalette::Light, QColor(0x40, 0x46, 0x4c));
+    dark.setColor(QPalette::Midlight, QColor(0x36, 0x3b, 0x40));
+    dark.setColor(QPalette::Mid, QColor(0x1e, 0x21, 0x24));
+    dark.setColor(QPalette::Dark, QColor(0x14, 0x16, 0x18));
+    dark.setColor(QPalette::Shadow, QColor(0x0a, 0x0b, 0x0c));
+    for (QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+        dark.setColor(QPalette::Disabled, role, disabled);
+    }
+    return dark;
+}
+
 // A sheet drawn over its window, where the desktop would show it.
 QPixmap withSheet(QWidget& window, QWidget& sheet)
 {
@@ -107,6 +145,15 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
     static const std::vector<std::pair<QString, ScreenshotScene>> scenes = {
         {QStringLiteral("table"), [](Application&, DocumentWindow& window) { return showView(window, 0, ".md"); }},
         {QStringLiteral("grid"), [](Application&, DocumentWindow& window) { return showView(window, 1, ".png"); }},
+        {QStringLiteral("window-dark"),
+         [](Application&, DocumentWindow& window) {
+             const QPalette before = QApplication::palette();
+             QApplication::setPalette(darkPalette());
+             QPixmap picture = showView(window, 0, ".md");
+             QApplication::setPalette(before);
+             settleForScreenshot(100);
+             return picture;
+         }},
         {QStringLiteral("coverflow"),
          [](Application&, DocumentWindow& window) { return showView(window, 2, ".jpg"); }},
         {QStringLiteral("inspector"),

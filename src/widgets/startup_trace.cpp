@@ -49,13 +49,22 @@ StartupTrace::StartupTrace(Application& application, QObject* parent)
                 });
             }
         });
+        // "complete" once gathering ends, whether or not anything was found:
+        // a search with no results must not leave the trace waiting.
         connect(controller, &query::MetadataQueryController::stateChanged, this,
                 [this, controller](query::MetadataQueryController::State state) {
-                    if (state != query::MetadataQueryController::State::Gathering && m_firstResults) {
-                        mark("complete", static_cast<long long>(controller->resultArray().size()));
-                        if (qEnvironmentVariable("TROVARA_TRACE_QUIT") == QLatin1String("1")) {
-                            QTimer::singleShot(0, qApp, &QCoreApplication::quit);
-                        }
+                    if (state == query::MetadataQueryController::State::Gathering) {
+                        m_gathering = true;
+                        return;
+                    }
+                    const bool done = m_gathering || state == query::MetadataQueryController::State::Live;
+                    if (!done || m_complete) {
+                        return;
+                    }
+                    m_complete = true;
+                    mark("complete", static_cast<long long>(controller->resultArray().size()));
+                    if (qEnvironmentVariable("TROVARA_TRACE_QUIT") == QLatin1String("1")) {
+                        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
                     }
                 });
     });

@@ -3,7 +3,7 @@
 // program was started, the first window's milestones are written to
 // standard error as "trovara-trace EVENT MILLISECONDS [RESULTS]":
 // window-shown, index-open, first-results (the first results on screen),
-// complete (gathering done). With TROVARA_TRACE_QUIT=1 the application
+// complete (gathering done, also when nothing was found). With TROVARA_TRACE_QUIT=1 the application
 // quits after "complete". Without the variable nothing is traced.
 #pragma once
 
@@ -29,6 +29,8 @@ private:
     long long m_since = 0;
     bool m_watching = false;
     bool m_firstResults = false;
+    bool m_gathering = false;
+    bool m_complete = false;
 };
 
 }  // namespace trovara::widgets

@@ -31,6 +31,8 @@ TemplateSaverSheet::TemplateSaverSheet(document::Document& document, QWidget* wi
     m_name->setCurrentText(document.displayName());
     m_name->lineEdit()->selectAll();
     m_buttons->button(QDialogButtonBox::Ok)->setAccessibleName(tr("Save the template"));
+    // Enter in the name field saves, as OK.
+    m_buttons->button(QDialogButtonBox::Ok)->setDefault(true);
     m_buttons->button(QDialogButtonBox::Cancel)->setAccessibleName(tr("Cancel"));
     auto* form = new QFormLayout(this);
     form->addRow(tr("Save this search as the template:"), m_name);
@@ -77,6 +79,14 @@ void TemplateSaverSheet::okSheet()
         reject();
         break;
     }
+}
+
+// Each time it opens, the sheet starts at the name, selected for typing over.
+void TemplateSaverSheet::showEvent(QShowEvent* event)
+{
+    QDialog::showEvent(event);
+    m_name->setFocus(Qt::OtherFocusReason);
+    m_name->lineEdit()->selectAll();
 }
 
 void TemplateSaverSheet::cancelSheet()

@@ -40,6 +40,9 @@ public:
 
     static bool askToReplace(QWidget* sheet, const QString& path);
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
     document::Document& m_document;
     QComboBox* m_name;

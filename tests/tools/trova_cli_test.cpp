@@ -598,6 +598,11 @@ TEST_F(TrovaIndex, DocWritesShowsAndRunsASearchDocument)
         EXPECT_TRUE(text.contains(expected)) << expected.toStdString() << "\nin:\n" << text.toStdString();
     }
 
+    // Saved as running, for a window to start it when it opens it.
+    const QString running = QDir::homePath() + "/Running.trova";
+    ASSERT_EQ(run({"doc", "new", "--criteria", criteria, "--scope", tree, "--running", "-o", running}).status, 0);
+    EXPECT_TRUE(QString::fromUtf8(run({"doc", "show", running}).out).contains("runState = YES"));
+
     Outcome ran = run({"doc", "run", document});
     EXPECT_EQ(ran.status, 0) << ran.err.toStdString();
     const QStringList rows = QString::fromUtf8(ran.out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);

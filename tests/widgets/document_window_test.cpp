@@ -49,6 +49,36 @@ protected:
         window->activateWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(window));
     }
+
+    // Moves through an open menu with the arrow keys until `target` is the
+    // highlighted item; false when it never comes.
+    static bool arrowTo(QMenu* menu, QAction* target)
+    {
+        for (int step = 0; step < 2 * menu->actions().size() + 2; ++step) {
+            if (menu->activeAction() == target) {
+                return true;
+            }
+            QTest::keyClick(menu, Qt::Key_Down);
+        }
+        return menu->activeAction() == target;
+    }
+
+    // Alt+F: the File menu, open as a popup.
+    static QMenu* openFileMenu(DocumentWindow* window)
+    {
+        QTest::keyClick(window, Qt::Key_F, Qt::AltModifier);
+        return qobject_cast<QMenu*>(QApplication::activePopupWidget());
+    }
+
+    static QAction* fileMenuItem(QMenu* file, const QString& text)
+    {
+        for (QAction* action : file->actions()) {
+            if (action->text() == text) {
+                return action;
+            }
+        }
+        return nullptr;
+    }
 };
 
 TEST_F(DocumentWindowTest, StartStopTakesItsLabelTipAndStateFromTheSearch)
@@ -292,6 +322,74 @@ TEST_F(DocumentWindowTest, SaveAsTemplateWritesACopyAndKeepsAnOldTemplateUnlessR
     QAction* item = application().templateMenu()->findChild<QAction*>(QStringLiteral("template_0"));
     ASSERT_NE(item, nullptr);
     EXPECT_EQ(item->text(), "Reports- all-any");
+}
+
+TEST_F(DocumentWindowTest, TheTemplateSheetAndTheTemplateMenuWorkWithTheKeyboardAlone)
+{
+    DocumentWindow* window = newSearchWindow();
+    setCriterion(window->document(), QStringLiteral("kMDItemDisplayName"), QStringLiteral("report"));
+    activate(window);
+
+    // File > Save as Template…: arrows and Enter open the sheet.
+    QMenu* file = openFileMenu(window);
+    ASSERT_NE(file, nullptr) << "Alt+F opened no menu";
+    ASSERT_TRUE(arrowTo(file, fileMenuItem(file, QStringLiteral("Save as Template…"))));
+    QTest::keyClick(file, Qt::Key_Return);
+    widgets::TemplateSaverSheet* sheet = window->templateSaverSheet();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(sheet));
+    // The name field has the focus, its text selected for typing over.
+    ASSERT_TRUE(waitFor([&] { return sheet->nameField()->hasFocus(); }, "the name field to take the focus"))
+        << QApplication::focusWidget()->metaObject()->className() << " in "
+        << QApplication::focusWidget()->window()->metaObject()->className();
+    EXPECT_EQ(sheet->nameField()->lineEdit()->selectedText(), sheet->nameField()->currentText());
+    const FocusWalk walk = walkFocus(sheet);
+    EXPECT_FALSE(walk.endless);
+    EXPECT_TRUE(walk.unnamed.isEmpty()) << walk.unnamed.join(", ").toStdString();
+    EXPECT_TRUE(walk.unreached.isEmpty()) << walk.unreached.join(", ").toStdString();
+    EXPECT_EQ(walk.forward.size(), 3u);  // the name, OK, Cancel
+
+    // Escape leaves without saving.
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
+    EXPECT_FALSE(sheet->isVisible());
+    const QString path = document::templateFolder() + QStringLiteral("/Typed Reports.trova");
+    EXPECT_FALSE(QFile::exists(path));
+
+    // Again, a name typed and Enter: saved, and the sheet gone.
+    activate(window);
+    file = openFileMenu(window);
+    ASSERT_NE(file, nullptr);
+    ASSERT_TRUE(arrowTo(file, fileMenuItem(file, QStringLiteral("Save as Template…"))));
+    QTest::keyClick(file, Qt::Key_Return);
+    ASSERT_TRUE(QTest::qWaitForWindowActive(sheet));
+    ASSERT_TRUE(waitFor([&] { return sheet->nameField()->hasFocus(); }, "the name field to take the focus"));
+    QTest::keyClicks(QApplication::focusWidget(), QStringLiteral("Typed Reports"));
+    EXPECT_EQ(sheet->nameField()->currentText(), QStringLiteral("Typed Reports"));
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+    EXPECT_FALSE(sheet->isVisible());
+    ASSERT_TRUE(QFile::exists(path));
+    EXPECT_EQ(sheet->savedPath(), path);
+
+    // File > New from Template > the template: Right opens the submenu,
+    // Enter a new search from the template.
+    activate(window);
+    file = openFileMenu(window);
+    ASSERT_NE(file, nullptr);
+    QMenu* templates = application().templateMenu();
+    ASSERT_TRUE(arrowTo(file, templates->menuAction()));
+    QTest::keyClick(file, Qt::Key_Right);
+    ASSERT_EQ(QApplication::activePopupWidget(), templates);
+    QAction* typed = nullptr;
+    for (QAction* action : templates->actions()) {
+        if (action->text() == QStringLiteral("Typed Reports")) {
+            typed = action;
+        }
+    }
+    ASSERT_NE(typed, nullptr);
+    ASSERT_TRUE(arrowTo(templates, typed));
+    const std::size_t before = application().windows().size();
+    QTest::keyClick(templates, Qt::Key_Return);
+    ASSERT_EQ(application().windows().size(), before + 1);
+    EXPECT_EQ(application().windows().back()->document().templateName(), QStringLiteral("Typed Reports"));
 }
 
 TEST_F(DocumentWindowTest, EveryControlIsNamedAndReachedByTabInEitherDirection)

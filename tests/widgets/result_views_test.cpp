@@ -131,6 +131,46 @@ TEST_F(ResultViewsTest, WidthsAndOrderGoToTheModelSoTheDocumentSavesThem)
     EXPECT_EQ(table->horizontalHeader()->sectionSize(0), 180);
 }
 
+TEST_F(ResultViewsTest, TheLastColumnFillsTheTableWhileTheOthersStayResizable)
+{
+    DocumentWindow* window = newSearchWindow();
+    window->resize(900, 600);
+    window->show();
+    searchNames(window, QStringLiteral("report"));
+    widgets::ResultTableView* table = window->tableView();
+    query::ResultTableModel* model = results(window);
+    QHeaderView* header = table->horizontalHeader();
+    ASSERT_GE(model->columnCount(), 2);
+    const int last = header->logicalIndex(header->count() - 1);
+    const auto fills = [&] {
+        return header->sectionViewportPosition(last) + header->sectionSize(last) == table->viewport()->width();
+    };
+    const auto storedWidth = [&](int column) {
+        return model->headerData(column, Qt::Horizontal, query::ResultTableModel::ColumnWidthRole).toDouble();
+    };
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(header->stretchLastSection());
+    EXPECT_TRUE(fills());
+
+    // Every other column is still the person's to size, and the last one
+    // gives or takes the difference.
+    for (int visual = 0; visual < header->count() - 1; ++visual) {
+        EXPECT_EQ(header->sectionResizeMode(header->logicalIndex(visual)), QHeaderView::Interactive);
+    }
+    const int first = header->logicalIndex(0);
+    header->resizeSection(first, header->sectionSize(first) + 40);
+    EXPECT_EQ(storedWidth(first), header->sectionSize(first));
+    EXPECT_TRUE(fills());
+
+    // A wider window widens the last column, and that width is not taken
+    // for one the person chose.
+    const double lastStored = storedWidth(last);
+    window->resize(1200, 600);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(fills());
+    EXPECT_EQ(storedWidth(last), lastStored);
+}
+
 TEST_F(ResultViewsTest, AClickOnAHeaderSortsByThatColumnAndASecondClickTurnsTheOrder)
 {
     DocumentWindow* window = newSearchWindow();

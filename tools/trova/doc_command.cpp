@@ -31,8 +31,10 @@ namespace {
 
 const char* const kUsage =
     "usage: trova doc new [--criteria FILE.json] [--scope DIR]... [--exclude DIR]...\n"
-    "                     [--limit N [--limit-by KEY] [--ascending]] [--column KEY]... -o FILE.trova\n"
-    "                     (the limit is by kMDItemLastUsedDate unless --limit-by says otherwise;\n"
+    "                     [--limit N [--limit-by KEY] [--ascending]] [--column KEY]... [--running]\n"
+    "                     -o FILE.trova\n"
+    "                     (--running: the search starts as soon as a window opens it;\n"
+    "                     the limit is by kMDItemLastUsedDate unless --limit-by says otherwise;\n"
     "                     the columns are name, kind and modification date unless --column says otherwise)\n"
     "       trova doc show FILE.trova\n"
     "       trova doc run FILE.trova";
@@ -44,6 +46,7 @@ struct NewOptions {
     std::optional<int> limit;
     QString limitBy;
     bool ascending = false;
+    bool running = false;
     QStringList columns;
     QString output;
 };
@@ -58,6 +61,10 @@ std::optional<int> parseNewArguments(const QStringList& arguments, NewOptions& o
                                 || argument == QLatin1String("-o");
         if (argument == QLatin1String("--ascending")) {
             options.ascending = true;
+            continue;
+        }
+        if (argument == QLatin1String("--running")) {
+            options.running = true;
             continue;
         }
         if (!takesValue) {
@@ -171,6 +178,7 @@ int newDocument(const QStringList& arguments)
     if (!options.columns.isEmpty()) {
         model::OrderedColumnAttribute::replaceOrderedColumns(context, options.columns);
     }
+    document.setSavesAsRunning(options.running);
     if (Status saved = document.saveToURL(options.output); !saved) {
         printError(saved.error().toString());
         return 1;
