@@ -181,6 +181,91 @@ TEST_F(RuleEditorWidgetTest, ACriterionIsBuiltWithTheKeyboardAlone)
     EXPECT_EQ(editor->lineCount(), 6);
 }
 
+// The line of the editor holding the widget, or -1.
+int rowOfWidget(QWidget* widget)
+{
+    for (; widget; widget = widget->parentWidget()) {
+        if (auto* line = qobject_cast<widgets::RuleEditorLine*>(widget)) {
+            return line->row();
+        }
+    }
+    return -1;
+}
+
+TEST_F(RuleEditorWidgetTest, LinesAreDraggedByTheirGripAndDroppedBeforeOrAfterOthers)
+{
+    RuleEditor* editor = panel->criteriaEditor();
+    const editors::RowPtr name = criteria().rowAtIndex(1);
+    const editors::RowPtr third = criteria().rowAtIndex(3);
+    // Drags the grip of the line to a point of another line.
+    auto dragTo = [&](int row, int onto, int y) {
+        QWidget* grip = editor->line(row)->grip();
+        ASSERT_TRUE(grip->isVisible());
+        const QPoint start = grip->rect().center();
+        QTest::mousePress(grip, Qt::LeftButton, {}, start);
+        QTest::mouseMove(grip, start + QPoint(0, 3));
+        const QRect target = editor->line(onto)->geometry();
+        QTest::mouseMove(grip, grip->mapFrom(editor, QPoint(target.center().x(), target.top() + y)));
+        QTest::mouseRelease(grip, Qt::LeftButton, {},
+                            grip->mapFrom(editor, QPoint(target.center().x(), target.top() + y)));
+        settle();
+    };
+
+    // A click on the grip moves nothing.
+    QWidget* grip = editor->line(1)->grip();
+    QTest::mouseClick(grip, Qt::LeftButton, {}, grip->rect().center());
+    settle();
+    EXPECT_EQ(criteria().rowForRowDescription(name.get()), 1);
+
+    // Down onto the lower half of the third line: after it.
+    dragTo(1, 3, editor->lineHeight() - 3);
+    EXPECT_EQ(criteria().rowForRowDescription(name.get()), 3);
+    EXPECT_EQ(criteria().rowForRowDescription(third.get()), 2);
+    // Back up onto the upper half of the first criterion: before it.
+    dragTo(3, 1, 2);
+    EXPECT_EQ(criteria().rowForRowDescription(name.get()), 1);
+    // Onto a group's line: into the group, last.
+    const int group = criteria().addGroup(5);
+    settle();
+    ASSERT_GT(group, 0);
+    dragTo(1, group, 2);
+    const int moved = criteria().rowForRowDescription(name.get());
+    EXPECT_EQ(criteria().parentRowForRow(moved), group - 1);  // up a row as the name left
+    // Undo puts the line back.
+    document->managedObjectContext().undo();
+    settle();
+    EXPECT_EQ(criteria().parentRowForRow(criteria().rowForRowDescription(name.get())), 0);
+}
+
+TEST_F(RuleEditorWidgetTest, ALongSearchMakesLinesAsTheyComeIntoViewAndTabGoesThroughThemInOrder)
+{
+    for (int added = 0; added < 54; ++added) {
+        criteria().addRow(criteria().numberOfRows() - 1);
+    }
+    settle();
+    RuleEditor* editor = panel->criteriaEditor();
+    ASSERT_EQ(editor->lineCount(), 60);
+    EXPECT_LT(editor->madeLineCount(), 40);
+
+    editor->focusLine(0);
+    settle();
+    int reached = 0;
+    for (int presses = 0; presses < 1000 && reached < 59; ++presses) {
+        QWidget* focused = QApplication::focusWidget();
+        const int row = rowOfWidget(focused);
+        ASSERT_GE(row, reached) << "Tab went back to line " << row << " from " << reached;
+        ASSERT_LE(row, reached + 1) << "Tab skipped from line " << reached << " to " << row;
+        reached = row;
+        QTest::keyClick(focused, Qt::Key_Tab);
+    }
+    ASSERT_EQ(reached, 59);
+    // The last line was scrolled into view, in its place under the others.
+    settle();
+    widgets::RuleEditorLine* last = editor->line(59);
+    EXPECT_EQ(last->geometry(), QRect(0, 59 * editor->lineHeight(), editor->width(), editor->lineHeight()));
+    EXPECT_FALSE(last->visibleRegion().isEmpty());
+}
+
 TEST_F(RuleEditorWidgetTest, TextThatDoesNotReadIsMarkedAndKept)
 {
     RuleEditor* editor = panel->criteriaEditor();
