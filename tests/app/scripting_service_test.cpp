@@ -3,6 +3,7 @@
 // as another process sees them, their errors for bad input, the
 // preferences signal and the hand-over of a second instance.
 #include "app/application_delegate.h"
+#include "app/launch_request.h"
 #include "app/scripting_service.h"
 
 #include "common/error_presenter.h"
@@ -463,6 +464,77 @@ TEST_F(ScriptingServiceTest, SearchFileManagerFolderSearchesTheFolderTheDesktopN
     ASSERT_NE(document, nullptr);
     EXPECT_EQ(expandTilde(model::OrderedScope::orderedScopes(document->managedObjectContext()).front()->scope()->path()),
               folder);
+}
+
+// --- trovara --quick-search / --activate / --activate-new -------------------------------------
+
+// What a second `trovara` with a switch gets from the running one, and what
+// the running one then holds.
+TEST_F(ScriptingServiceTest, SwitchesOfASecondInstanceReachTheRunningOne)
+{
+    using Action = app::LaunchRequest::Action;
+    using Handover = app::LaunchRequest::Handover;
+    QSignalSpy activated(delegate.get(), &ApplicationDelegate::activationRequested);
+    QSignalSpy beeps(delegate.get(), &ApplicationDelegate::beepRequested);
+    const auto forward = [&](const app::LaunchRequest& request) {
+        std::atomic<bool> done = false;
+        Handover handover = Handover::NoInstance;
+        std::thread second([&] {
+            handover = request.forward(*client);
+            done = true;
+        });
+        QDeadlineTimer deadline(10000);
+        while (!done && !deadline.hasExpired()) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        }
+        second.join();
+        return handover;
+    };
+
+    EXPECT_EQ(forward({Action::QuickSearch, {}, QStringLiteral("  report\n")}), Handover::Forwarded);
+    ASSERT_EQ(delegate->documents().size(), 1u);
+    const QString query = delegate->documents().front()->currentExpression();
+    EXPECT_TRUE(query.contains(QStringLiteral("report"))) << query.toStdString();
+    EXPECT_FALSE(query.contains(QStringLiteral("\n"))) << query.toStdString();
+
+    // An empty selection, or one far too long to be a search, is the
+    // second instance's beep; the running one makes nothing.
+    EXPECT_EQ(forward({Action::QuickSearch, {}, QStringLiteral(" \t")}), Handover::Refused);
+    EXPECT_EQ(forward({Action::QuickSearch, {}, QString(100 * 1024, QLatin1Char('x'))}), Handover::Refused);
+    EXPECT_EQ(delegate->documents().size(), 1u);
+
+    EXPECT_EQ(forward({Action::ActivateNew, {}, {}}), Handover::Forwarded);
+    EXPECT_EQ(delegate->documents().size(), 2u);
+    EXPECT_EQ(forward({Action::Activate, {}, {}}), Handover::Forwarded);
+    EXPECT_EQ(delegate->documents().size(), 2u);
+    EXPECT_EQ(activated.count(), 3);
+    EXPECT_EQ(beeps.count(), 0);
+
+    // With no Trovara running, the new one carries the request out itself.
+    service.reset();
+    EXPECT_EQ(forward({Action::Activate, {}, {}}), Handover::NoInstance);
+    EXPECT_EQ(forward({Action::QuickSearch, {}, QString()}), Handover::NoInstance);
+}
+
+TEST_F(ScriptingServiceTest, SwitchesCarriedOutByTheOnlyInstance)
+{
+    using Action = app::LaunchRequest::Action;
+    QSignalSpy activated(delegate.get(), &ApplicationDelegate::activationRequested);
+    QSignalSpy beeps(delegate.get(), &ApplicationDelegate::beepRequested);
+
+    app::LaunchRequest{Action::QuickSearch, {}, QString()}.perform(*delegate);
+    EXPECT_EQ(beeps.count(), 1);
+    EXPECT_TRUE(delegate->documents().empty());
+
+    app::LaunchRequest{Action::QuickSearch, {}, QStringLiteral("notes")}.perform(*delegate);
+    ASSERT_EQ(delegate->documents().size(), 1u);
+    EXPECT_TRUE(delegate->documents().front()->currentExpression().contains(QStringLiteral("notes")));
+    app::LaunchRequest{Action::ActivateNew, {}, {}}.perform(*delegate);
+    EXPECT_EQ(delegate->documents().size(), 2u);
+    app::LaunchRequest{Action::Open, {}, {}}.perform(*delegate);
+    EXPECT_EQ(delegate->documents().size(), 2u);
+    EXPECT_EQ(activated.count(), 2);
+    EXPECT_EQ(beeps.count(), 1);
 }
 
 TEST(ScriptingLocations, CommandLineArgumentsBecomeAbsolutePathsOrStayUrls)

@@ -3,6 +3,7 @@
 // scripting on the session bus, launches (opening what the command line
 // names: search files, folders, URLs), and runs the event loop.
 #include "app/application_delegate.h"
+#include "app/launch_request.h"
 #include "app/scripting_service.h"
 #include "common/log.h"
 #include "index/index.h"
@@ -15,6 +16,7 @@
 #include "widgets/startup_trace.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QCommandLineParser>
 #include <QDir>
 #include <QIcon>
@@ -43,6 +45,16 @@ int main(int argc, char** argv)
     QCommandLineOption screenshotOption(QStringLiteral("screenshot"), QStringLiteral("Render a scene and quit."),
                                         QStringLiteral("NAME=FILE"));
     screenshotOption.setFlags(QCommandLineOption::HiddenFromHelp);
+    using trovara::app::LaunchRequest;
+    QCommandLineOption quickSearchOption(QLatin1String(LaunchRequest::kQuickSearchSwitch),
+                                         QStringLiteral("Search for the selected text (the primary selection)."));
+    QCommandLineOption activateOption(QLatin1String(LaunchRequest::kActivateSwitch),
+                                      QStringLiteral("Bring Trovara to the front."));
+    QCommandLineOption activateNewOption(QLatin1String(LaunchRequest::kActivateNewSwitch),
+                                         QStringLiteral("Bring Trovara to the front with a new search."));
+    parser.addOption(quickSearchOption);
+    parser.addOption(activateOption);
+    parser.addOption(activateNewOption);
     parser.addOption(indexOption);
     parser.addOption(embeddedOption);
     parser.addOption(screenshotOption);
@@ -54,10 +66,33 @@ int main(int argc, char** argv)
     // first (which comes to the front) and ends here.
     using trovara::app::ScriptingService;
     const bool rendering = parser.isSet(screenshotOption);
-    const QStringList locations =
-        ScriptingService::locationsFromArguments(parser.positionalArguments(), QDir::currentPath());
-    if (!rendering && ScriptingService::forwardToRunningInstance(locations)) {
-        return 0;
+    LaunchRequest request;
+    request.locations = ScriptingService::locationsFromArguments(parser.positionalArguments(), QDir::currentPath());
+    const int actions = int(parser.isSet(quickSearchOption)) + int(parser.isSet(activateOption)) +
+                        int(parser.isSet(activateNewOption));
+    if (actions > 1 || (actions == 1 && !request.locations.isEmpty())) {
+        std::fprintf(stderr, "trovara: --quick-search, --activate and --activate-new go alone\n");
+        return 2;
+    }
+    if (parser.isSet(quickSearchOption)) {
+        request.action = LaunchRequest::Action::QuickSearch;
+        request.selection = QApplication::clipboard()->text(QClipboard::Selection);
+    } else if (parser.isSet(activateOption)) {
+        request.action = LaunchRequest::Action::Activate;
+    } else if (parser.isSet(activateNewOption)) {
+        request.action = LaunchRequest::Action::ActivateNew;
+    }
+    const QStringList& locations = request.locations;
+    if (!rendering) {
+        switch (request.forward()) {
+        case LaunchRequest::Handover::Forwarded:
+            return 0;
+        case LaunchRequest::Handover::Refused:
+            QApplication::beep();
+            return 1;
+        case LaunchRequest::Handover::NoInstance:
+            break;
+        }
     }
 
     trovara::app::ApplicationDelegate::initializeClass();
@@ -90,6 +125,7 @@ int main(int argc, char** argv)
     if (!delegate.applicationDidFinishLaunching()) {
         return 1;
     }
+    request.perform(delegate);
 
     std::vector<std::pair<QString, QString>> shots;
     for (const QString& shot : parser.values(screenshotOption)) {
