@@ -4,6 +4,7 @@
 #include "model/defaults.h"
 #include "widgets/rule_value_field_widgets.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QComboBox>
 #include <QFrame>
@@ -715,6 +716,16 @@ void RuleEditorLine::watchKeys(QWidget* widget)
 
 bool RuleEditorLine::eventFilter(QObject* watched, QEvent* event)
 {
+    if (event->type() == QEvent::ShortcutOverride) {
+        // Space presses a button or opens a pop-up of the line, before any
+        // shortcut of the window (Quick Look) takes it.
+        auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() == Qt::Key_Space && key->modifiers() == Qt::NoModifier
+            && (qobject_cast<QAbstractButton*>(watched) || qobject_cast<QComboBox*>(watched))) {
+            event->accept();
+            return true;
+        }
+    }
     if (event->type() == QEvent::KeyPress) {
         auto* key = static_cast<QKeyEvent*>(event);
         if (key->modifiers() == Qt::ControlModifier && (key->key() == Qt::Key_Up || key->key() == Qt::Key_Down)) {

@@ -6,7 +6,10 @@
 #include "model/defaults.h"
 #include "model/query_leaf.h"
 #include "presentation/column_formatters.h"
+#include "query/metadata_query_controller.h"
 #include "test_support.h"
+#include "widget_test_support.h"
+#include "widgets/document_window.h"
 #include "widgets/attribute_selection_sheet.h"
 #include "widgets/rule_editor.h"
 #include "widgets/rule_editors_panel.h"
@@ -363,6 +366,105 @@ TEST_F(RuleEditorWidgetTest, OtherOpensTheSheetWhereTypingNarrowsAndReturnChoose
     EXPECT_FALSE(panel->editors().queryAttributeSelectionController().isSheetOpen());
     EXPECT_EQ(criteria().rowAtIndex(1)->displayValues[0].text,
               model::QueryAttribute::nameForKey(QStringLiteral("kMDItemPixelWidth")));
+}
+
+// A search built in a new window's editor, as a person would: the query
+// text and the results follow each edit, one restart per turn of the event
+// loop however many keys were typed in it.
+class SearchBuiltInTheWindowTest : public WidgetTest {
+protected:
+    SearchBuiltInTheWindowTest()
+    {
+        // A large report among the small ones (sparse: its size is what counts).
+        QFile big(QString::fromStdString(at("docs/big report.bin")));
+        if (big.open(QIODevice::WriteOnly)) {
+            big.resize(6 * 1000 * 1000);
+        }
+    }
+
+    // Runs one turn of the event loop and gives how many times the query
+    // started gathering in it.
+    int oneTurn()
+    {
+        const int before = restarts;
+        QCoreApplication::processEvents();
+        return restarts - before;
+    }
+
+    int restarts = 0;
+};
+
+TEST_F(SearchBuiltInTheWindowTest, NameContainsAndSizeGreaterThanBuiltInTheEditorRunTheSearch)
+{
+    widgets::DocumentWindow* window = newSearchWindow();
+    ASSERT_NE(window, nullptr);
+    window->show();
+    document::Document& search = window->document();
+    query::MetadataQueryController* controller = search.metadataQueryController();
+    QObject::connect(controller, &query::MetadataQueryController::stateChanged, controller,
+                     [this](query::MetadataQueryController::State state) {
+                         restarts += state == query::MetadataQueryController::State::Gathering ? 1 : 0;
+                     });
+    RuleEditor* editor = window->ruleEditors()->criteriaEditor();
+    editors::RuleEditorModel& rows = window->ruleEditors()->editors().predicateEditor();
+
+    // Name contains "r", then Start: the search runs.
+    widgets::RuleEditorLine* name = editor->line(1);
+    ASSERT_EQ(rows.rowAtIndex(1)->displayValues[0].text, model::QueryAttribute::nameForKey(QStringLiteral("kMDItemDisplayName")));
+    auto* field = qobject_cast<QLineEdit*>(name->control(2));
+    ASSERT_NE(field, nullptr);
+    field->setFocus();
+    QTest::keyClicks(field, QStringLiteral("r"));
+    EXPECT_EQ(controller->expression(), QStringLiteral("((kMDItemDisplayName == '*r*'cd))"));
+    search.startQueryForSender();
+    EXPECT_TRUE(search.isQueryAlive());
+    EXPECT_EQ(restarts, 1);
+    // The rest of "report": five keys typed in one turn, one restart.
+    QTest::keyClicks(field, QStringLiteral("eport"));
+    EXPECT_EQ(oneTurn(), 1);
+    EXPECT_EQ(oneTurn(), 0);
+    EXPECT_EQ(controller->expression(), QStringLiteral("((kMDItemDisplayName == '*report*'cd))"));
+    ASSERT_TRUE(waitFor([&] { return isSettled(search) && controller->resultArray().size() == 7; },
+                        "the six small reports and the big one"));
+
+    // Space on "+" adds a line (in the window, where Space is also Quick
+    // Look's shortcut); its attribute, comparison, value and unit are chosen
+    // with the keyboard: one restart per turn that changed the query.
+    const int lines = editor->lineCount();
+    QToolButton* add = editor->line(1)->addButton();
+    add->setFocus();
+    QTest::keyClick(add, Qt::Key_Space);
+    ASSERT_TRUE(waitFor([&] { return editor->lineCount() == lines + 1; }, "the new line"));
+    QComboBox* attribute = editor->line(2)->popUp(0);
+    ASSERT_NE(attribute, nullptr);
+    attribute->setFocus();
+    QTest::keyClicks(attribute, model::QueryAttribute::nameForKey(QStringLiteral("kMDItemFSSize")));
+    EXPECT_LE(oneTurn(), 1);
+    ASSERT_EQ(rows.rowAtIndex(2)->displayValues[0].text, model::QueryAttribute::nameForKey(QStringLiteral("kMDItemFSSize")));
+    QComboBox* comparison = editor->line(2)->popUp(1);
+    ASSERT_NE(comparison, nullptr);
+    comparison->setFocus();
+    QTest::keyClicks(comparison, QStringLiteral("greater"));
+    EXPECT_LE(oneTurn(), 1);
+    EXPECT_EQ(rows.rowAtIndex(2)->displayValues[1].text, QStringLiteral("greater than"));
+    auto* size = qobject_cast<QLineEdit*>(editor->line(2)->control(2));
+    ASSERT_NE(size, nullptr);
+    size->setFocus();
+    size->selectAll();
+    QTest::keyClicks(size, QStringLiteral("5"));
+    EXPECT_EQ(oneTurn(), 1);
+    QComboBox* unit = editor->line(2)->popUp(3);
+    ASSERT_NE(unit, nullptr);
+    unit->setFocus();
+    QTest::keyClicks(unit, QStringLiteral("MB"));
+    EXPECT_EQ(oneTurn(), 1);
+    EXPECT_EQ(oneTurn(), 0);
+
+    const QString text = controller->expression();
+    EXPECT_EQ(text, QStringLiteral("((kMDItemDisplayName == '*report*'cd) && (kMDItemFSSize > '5000000'))"));
+    ASSERT_TRUE(waitFor([&] { return isSettled(search) && controller->resultArray().size() == 1; },
+                        "the big report alone"));
+    EXPECT_EQ(controller->resultArray().front()->displayName(), QStringLiteral("big report.bin"));
 }
 
 }  // namespace
