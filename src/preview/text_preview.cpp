@@ -104,6 +104,7 @@ void TextPreview::setQuerySearchStringArray(const QStringList& strings)
     m_searchString = strings.value(0);
     ++m_termsGeneration;
     colorSearchString();
+    emit termsChanged();
 }
 
 void TextPreview::setSearchString(const QString& string)
@@ -114,6 +115,7 @@ void TextPreview::setSearchString(const QString& string)
     m_searchString = string;
     ++m_termsGeneration;
     colorSearchString();
+    emit termsChanged();
 }
 
 void TextPreview::setActive(bool active)

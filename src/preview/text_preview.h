@@ -106,6 +106,8 @@ signals:
     void highlightsChanged();
     // Go to (select and show) match `index` of matches().
     void currentMatchChanged(int index);
+    // terms() may have changed.
+    void termsChanged();
 
 private:
     explicit TextPreview(Reader reader);

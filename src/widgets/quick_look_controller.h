@@ -5,10 +5,17 @@
 //   page of a PDF are read and scaled on a thread of the panel's own, never
 //   larger than pictureBound(), so that a huge picture costs the window
 //   nothing; only the newest selection's picture is shown.
+// - A PDF shows its text below the page, with the search's terms coloured;
+//   the text is extracted on the same thread once the page is shown, page
+//   by page, stopping when the selection moves on.
+// - Audio and video files show their icon and what the importers know of
+//   them (title, artist, duration, codecs, bit rate …): the index's values,
+//   completed by asking the importers (through the text preview's reader)
+//   when the index has not read the file's content. Nothing is played.
 // - Text files show their text with the search's terms coloured, read as
 //   the text preview reads them (preview::TextPreview).
-// - Anything else (audio, video, archives …) shows its icon and the values
-//   the inspector lists.
+// - Anything else (archives, programs …) shows its icon and the values the
+//   inspector lists; so do audio and video, below their facts.
 // - A file that cannot be shown (deleted, truncated, unreadable) gets a short
 //   message instead; the next selection is shown normally.
 //
@@ -23,6 +30,7 @@
 #include <QThreadPool>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 class QLabel;
@@ -39,7 +47,7 @@ class QuickLookController final : public AbstractInspectorController {
     Q_OBJECT
 
 public:
-    enum class Kind { Nothing, Picture, Pdf, Text, Other, Message };
+    enum class Kind { Nothing, Picture, Pdf, Text, Media, Other, Message };
 
     // Reads text through `reader` (tests); by default the text preview helper.
     explicit QuickLookController(QObject* parent = nullptr, preview::TextPreview::Reader reader = {});
@@ -60,6 +68,16 @@ public:
         QString problem;
     };
     static Picture readPicture(const QString& path, Kind kind, QSize bound);
+    // A PDF's text, page after page, at most `limit` characters; empty when
+    // it has none or cannot be read. Stops early (returning what it has)
+    // once `stop` says so. Any thread.
+    static QString readPdfText(const QString& path, const std::function<bool()>& stop,
+                               qsizetype limit = 4 << 20);
+    // The facts shown for an audio or video file, as (label, value) pairs in
+    // a fixed order, from its attribute values by key (kMDItemTitle …);
+    // absent values are left out.
+    using Facts = QList<QPair<QString, QString>>;
+    static Facts mediaFacts(const QVariantMap& values);
     // What the panel makes of a file, by its content type.
     static Kind kindOfFile(const QString& path);
 
@@ -72,6 +90,11 @@ public:
     QString detailText() const;
     QLabel* messageLabel() const { return m_message; }
     PreviewTextView* textView() const { return m_textView; }
+    // A PDF's text, and what is said while there is none.
+    PreviewTextView* pdfTextView() const { return m_pdfTextView; }
+    QLabel* pdfTextMessage() const { return m_pdfTextMessage; }
+    // The facts of the audio or video file shown.
+    const Facts& shownMediaFacts() const { return m_mediaFacts; }
     QTableView* valuesTable() const { return m_valuesTable; }
     preview::TextPreview& textPreview() const { return *m_text; }
 
@@ -81,14 +104,19 @@ protected:
 
 private:
     void followSelection();
-    void show(const QString& path, const QVariantList& values);
+    void show(const QString& path, const QVariantList& values, const QVariantMap& mediaValues);
     void showPicture(quint64 generation, const Picture& picture);
+    void readPdfTextInBackground(quint64 generation, const QString& path, const QStringList& terms);
+    void colourPdfText();
+    void showMediaFacts();
     void showText();
     void showMessage(const QString& message);
     void setPage(QWidget* page);
 
     bool m_usesHelper;
+    preview::TextPreview::Reader m_reader;
     std::shared_ptr<preview::TextPreview> m_text;
+    std::shared_ptr<std::atomic<bool>> m_cancel;  // of the newest selection's background work
     QPointer<document::Document> m_document;
     QThreadPool m_pool;
     std::atomic<quint64> m_generation{0};  // of the newest selection shown
@@ -98,6 +126,9 @@ private:
     QImage m_image;
     int m_pageCount = 0;
     QSize m_originalSize;
+    QString m_pdfText;
+    QVariantMap m_mediaValues;
+    Facts m_mediaFacts;
 
     QLabel* m_title = nullptr;
     QLabel* m_detail = nullptr;
@@ -106,7 +137,12 @@ private:
     PreviewTextView* m_textView = nullptr;
     QWidget* m_info = nullptr;
     QLabel* m_icon = nullptr;
+    QLabel* m_mediaLabel = nullptr;
     QTableView* m_valuesTable = nullptr;
+    QWidget* m_pdfPage = nullptr;
+    PictureView* m_pdfPicture = nullptr;
+    PreviewTextView* m_pdfTextView = nullptr;
+    QLabel* m_pdfTextMessage = nullptr;
     InspectorRowsModel* m_values = nullptr;
     QLabel* m_message = nullptr;
 };
