@@ -614,7 +614,7 @@ void QuickLookController::showMediaFacts()
         m_mediaLabel->hide();
         return;
     }
-    QString html = QStringLiteral("<table cellspacing='4'>");
+    QString html = QStringLiteral("<table align='center' cellspacing='4'>");
     for (const auto& [label, value] : m_mediaFacts) {
         html += QStringLiteral("<tr><td align='right' style='color: gray'>%1</td><td><b>%2</b></td></tr>")
                     .arg(label.toHtmlEscaped(), value.toHtmlEscaped());

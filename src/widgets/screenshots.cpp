@@ -212,8 +212,22 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
         {QStringLiteral("quick-look-pdf"),
          [](Application& application, DocumentWindow& window) {
              QuickLookController& panel = *application.quickLook();
-             return panelShot(panel, window, QStringLiteral(".pdf"), QSize(460, 600),
-                              [&panel] { return panel.kind() == QuickLookController::Kind::Pdf; });
+             // The words a search for the survey would colour (set once the
+             // panel follows the window, which gives it the search's own).
+             window.selectResultsView(0);
+             selectResultEndingWith(window, QStringLiteral(".pdf"));
+             panel.activateInspectorPanel();
+             panel.textPreview().setQuerySearchStringArray({QStringLiteral("harbour"), QStringLiteral("quay")});
+             return panelShot(panel, window, QStringLiteral(".pdf"), QSize(480, 720), [&panel] {
+                 return panel.kind() == QuickLookController::Kind::Pdf && !panel.pdfTextView()->matches().empty();
+             });
+         }},
+        {QStringLiteral("quick-look-audio"),
+         [](Application& application, DocumentWindow& window) {
+             QuickLookController& panel = *application.quickLook();
+             return panelShot(panel, window, QStringLiteral(".wav"), QSize(460, 520), [&panel] {
+                 return panel.kind() == QuickLookController::Kind::Media && !panel.shownMediaFacts().isEmpty();
+             });
          }},
         {QStringLiteral("file-progress"),
          [](Application&, DocumentWindow& window) { return fileOperationProgressScene(window); }},
