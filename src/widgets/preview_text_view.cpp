@@ -182,7 +182,19 @@ void PreviewTextView::updateScrollBar()
     QScrollBar* bar = verticalScrollBar();
     const int lines = static_cast<int>(std::min<std::size_t>(m_lines.size(), INT_MAX));
     const int rowsOnScreen = std::max(1, viewport()->height() / std::max(1, fontMetrics().lineSpacing()));
-    bar->setRange(0, std::max(0, lines - 1));
+    // The last top line is the one from which the rest of the text fills the
+    // view: the bar ends where the last line is on screen, and a text that
+    // fits has nothing to scroll.
+    const int viewHeight = viewport()->height();
+    int lastTop = lines;
+    int below = 0;
+    while (lastTop > 0 && below < viewHeight) {
+        below += layoutFor(static_cast<std::size_t>(--lastTop)).height;
+    }
+    if (below > viewHeight && lastTop + 1 < lines) {
+        ++lastTop;
+    }
+    bar->setRange(0, below > viewHeight ? lastTop : 0);
     bar->setPageStep(rowsOnScreen);
     bar->setSingleStep(1);
     bar->setValue(static_cast<int>(m_top));
@@ -191,8 +203,11 @@ void PreviewTextView::updateScrollBar()
 
 void PreviewTextView::scrollToLine(std::size_t line, int offset)
 {
-    m_top = std::min(line, m_lines.size() - 1);
-    m_topOffset = std::max(0, offset);
+    // Never past the last full screen: a match near the end stays in view
+    // with as much text above it as fits.
+    const auto lastTop = std::min(m_lines.size() - 1, static_cast<std::size_t>(verticalScrollBar()->maximum()));
+    m_top = std::min(line, lastTop);
+    m_topOffset = line > lastTop ? 0 : std::max(0, offset);
     m_settingScrollBar = true;
     verticalScrollBar()->setValue(static_cast<int>(m_top));
     m_settingScrollBar = false;

@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
+#include <QScrollBar>
 #include <QTest>
 
 #include <atomic>
@@ -213,6 +214,42 @@ TEST_F(TextPreviewTest, TheViewSelectsAndCopiesItsText)
     ASSERT_TRUE(waitForText(QStringLiteral("first line\nsecond line")));
     panel->previewView()->selectAll();
     EXPECT_EQ(panel->previewView()->selectedText(), QStringLiteral("first line\nsecond line"));
+}
+
+
+// The scroll bar covers what lies beyond the view and no more: a text that
+// fits has nothing to scroll, and at the end of a long one its last line is
+// on screen and the view is full, also after jumping to a match there.
+TEST(PreviewTextViewTest, TheScrollBarEndsWhereTheLastLineIsOnScreen)
+{
+    widgets::PreviewTextView view;
+    view.resize(400, 200);
+    view.show();
+    view.setText(QStringLiteral("one\ntwo\nthree"), {});
+    EXPECT_EQ(view.verticalScrollBar()->maximum(), 0);
+
+    QStringList lines;
+    for (int i = 0; i < 200; ++i) {
+        lines << QStringLiteral("line %1").arg(i);
+    }
+    view.setText(lines.join(QLatin1Char('\n')), {});
+    QScrollBar* bar = view.verticalScrollBar();
+    const int rowsOnScreen = view.viewport()->height() / view.fontMetrics().lineSpacing();
+    ASSERT_GT(rowsOnScreen, 2);
+    EXPECT_GE(bar->maximum(), 200 - rowsOnScreen - 1);
+    EXPECT_LE(bar->maximum(), 200 - rowsOnScreen + 1);
+
+    const QString text = view.text();
+    const qsizetype lastLine = text.lastIndexOf(QStringLiteral("line 199"));
+    bar->setValue(bar->maximum());
+    EXPECT_TRUE(view.isRangeVisible(lastLine, 8));
+
+    bar->setValue(0);
+    view.setMatches({{text.lastIndexOf(QStringLiteral("line 198")), 8, 0}});
+    view.setCurrentMatch(0);
+    EXPECT_EQ(view.topLine(), static_cast<std::size_t>(bar->maximum()));
+    EXPECT_EQ(bar->value(), bar->maximum());
+    EXPECT_TRUE(view.isRangeVisible(lastLine, 8));
 }
 
 }  // namespace
