@@ -127,6 +127,7 @@ void buildWidgets(benchmark::State& state)
         QWidget window;
         trovara::widgets::RuleEditorsPanel* panel = showPanel(window, *search.document);
         benchmark::DoNotOptimize(panel->criteriaEditor()->lineCount());
+        state.counters["made"] = panel->criteriaEditor()->madeLineCount();
         state.PauseTiming();
         window.hide();
         state.ResumeTiming();

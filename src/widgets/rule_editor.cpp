@@ -4,9 +4,10 @@
 #include "model/defaults.h"
 #include "widgets/rule_value_field_widgets.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QComboBox>
-#include <QDrag>
+#include <QFrame>
 #include <QDragEnterEvent>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -17,11 +18,11 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QScrollArea>
 #include <QStyle>
 #include <QTimer>
 #include <QToolButton>
 #include <QUrl>
-#include <QVBoxLayout>
 
 #include <algorithm>
 
@@ -29,8 +30,6 @@ namespace trovara::widgets {
 
 namespace {
 
-// A line being dragged within its editor: the editor and the line's index.
-const QString kLineMimeType = QStringLiteral("application/x-trovara-rule-line");
 constexpr int kIndent = 22;
 constexpr int kNarrowestPopUp = 56;
 
@@ -88,17 +87,21 @@ void PredicateEditorViewSlice::drawSelection(QPainter& painter, const QRect& bou
 RuleEditor::RuleEditor(editors::RuleEditorModel& model, const QString& name, QWidget* parent)
     : QWidget(parent)
     , m_model(model)
-    , m_layout(new QVBoxLayout(this))
     , m_addWhenEmpty(makeButton(tr("Add"), QString(), this))
+    , m_dropMarker(new QFrame(this))
 {
     setAccessibleName(name);
+    // Where a line dragged by its grip would go.
+    m_dropMarker->setFrameShape(QFrame::NoFrame);
+    m_dropMarker->setAutoFillBackground(true);
+    m_dropMarker->setBackgroundRole(QPalette::Highlight);
+    m_dropMarker->hide();
     setAcceptDrops(true);
-    m_layout->setContentsMargins(0, 0, 0, 0);
-    m_layout->setSpacing(0);
+    // At least as tall as its lines; room below them takes drops too.
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Minimum);
     m_addWhenEmpty->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     m_addWhenEmpty->setIcon(QIcon::fromTheme(QStringLiteral("list-add")));
     m_addWhenEmpty->setAccessibleName(tr("Add a line to %1").arg(name));
-    m_layout->addWidget(m_addWhenEmpty, 0, Qt::AlignLeft);
     connect(m_addWhenEmpty, &QToolButton::clicked, this, [this] {
         const int row = m_model.addRow(-1);
         if (row >= 0) {
@@ -128,75 +131,226 @@ void RuleEditor::setEmptyAddTitle(const QString& title)
 {
     m_addWhenEmpty->setText(title);
     m_addWhenEmpty->setAccessibleName(title);
+    m_addWhenEmpty->adjustSize();
+    updateGeometry();
 }
 
-RuleEditorLine* RuleEditor::line(int row) const
+RuleEditorLine* RuleEditor::line(int row)
 {
-    return row >= 0 && row < lineCount() ? m_order[static_cast<std::size_t>(row)] : nullptr;
+    if (row < 0 || row >= lineCount()) {
+        return nullptr;
+    }
+    if (makeLine(row)) {
+        orderTabs();
+    }
+    return m_lines.at(m_rows[static_cast<std::size_t>(row)].get());
 }
 
 void RuleEditor::focusLine(int row)
 {
     if (RuleEditorLine* target = line(row)) {
+        lineFocused(row);
         if (QWidget* first = target->firstControl()) {
             first->setFocus(Qt::TabFocusReason);
+            // In a scroll area: scrolled into view.
+            QWidget* viewport = parentWidget();
+            if (auto* area = qobject_cast<QScrollArea*>(viewport ? viewport->parentWidget() : nullptr)) {
+                area->ensureWidgetVisible(target, 0, 0);
+            }
         }
     }
 }
 
 void RuleEditor::reload()
 {
-    std::map<const editors::RowDescription*, RuleEditorLine*> kept;
-    std::vector<RuleEditorLine*> order;
     const int rows = m_model.numberOfRows();
+    std::vector<editors::RowPtr> order;
+    std::map<const editors::RowDescription*, int> rowOf;
     order.reserve(static_cast<std::size_t>(rows));
     for (int row = 0; row < rows; ++row) {
-        editors::RowPtr description = m_model.rowAtIndex(row);
-        RuleEditorLine* line = nullptr;
-        if (auto found = m_lines.find(description.get()); found != m_lines.end()) {
-            line = found->second;
-            m_lines.erase(found);
-        } else {
-            line = new RuleEditorLine(*this, description);
-        }
-        kept[description.get()] = line;
-        order.push_back(line);
+        order.push_back(m_model.rowAtIndex(row));
+        rowOf[order.back().get()] = row;
     }
     // Lines that went away go once the event that removed them is over
     // (it may have come from one of their own buttons).
-    for (auto& [description, line] : m_lines) {
-        line->hide();
-        line->deleteLater();
-    }
-    m_lines = std::move(kept);
-    m_order = std::move(order);
-    for (int row = 0; row < rows; ++row) {
-        RuleEditorLine* line = m_order[static_cast<std::size_t>(row)];
-        if (m_layout->indexOf(line) != row) {
-            m_layout->removeWidget(line);
-            m_layout->insertWidget(row, line);
+    for (auto each = m_lines.begin(); each != m_lines.end();) {
+        if (rowOf.count(each->first) == 0) {
+            each->second->hide();
+            each->second->deleteLater();
+            each = m_lines.erase(each);
+        } else {
+            ++each;
         }
-        line->update(row);
-        line->show();
+    }
+    m_rows = std::move(order);
+    for (auto& [description, line] : m_lines) {
+        line->update(rowOf.at(description));
     }
     m_addWhenEmpty->setVisible(rows == 0 && m_model.nestingMode() != editors::NestingMode::Single);
+    if (m_addWhenEmpty->isVisibleTo(this)) {
+        m_addWhenEmpty->adjustSize();
+        m_addWhenEmpty->move(0, 0);
+    }
+    if (m_lineHeight == 0 && rows > 0) {
+        makeLine(0);  // the first line gives every line its height
+    }
+    placeLines();
+    makeVisibleLines();
+    orderTabs();
+    updateGeometry();
+}
+
+QSize RuleEditor::sizeHint() const
+{
+    if (m_rows.empty()) {
+        return m_addWhenEmpty->isVisibleTo(this) ? m_addWhenEmpty->sizeHint() : QSize(0, 0);
+    }
+    int width = 0;
+    for (const auto& [description, line] : m_lines) {
+        width = std::max(width, line->sizeHint().width());
+    }
+    return {width, lineCount() * m_lineHeight};
+}
+
+QSize RuleEditor::minimumSizeHint() const
+{
+    if (m_rows.empty()) {
+        return sizeHint();
+    }
+    int width = 0;
+    for (const auto& [description, line] : m_lines) {
+        width = std::max(width, line->minimumSizeHint().width());
+    }
+    return {width, lineCount() * m_lineHeight};
+}
+
+QRect RuleEditor::lineRect(int row) const
+{
+    return {0, row * m_lineHeight, width(), m_lineHeight};
+}
+
+bool RuleEditor::makeLine(int row)
+{
+    const editors::RowPtr& description = m_rows[static_cast<std::size_t>(row)];
+    if (m_lines.count(description.get()) != 0) {
+        return false;
+    }
+    auto* line = new RuleEditorLine(*this, description);
+    m_lines[description.get()] = line;
+    line->update(row);
+    const int height = std::max(m_model.rowHeight(), line->sizeHint().height());
+    if (height > m_lineHeight) {
+        m_lineHeight = height;
+        placeLines();
+        updateGeometry();
+    } else {
+        line->setGeometry(lineRect(row));
+    }
+    line->show();
+    return true;
+}
+
+void RuleEditor::placeLines()
+{
+    for (int row = 0; row < lineCount(); ++row) {
+        if (auto found = m_lines.find(m_rows[static_cast<std::size_t>(row)].get()); found != m_lines.end()) {
+            found->second->setGeometry(lineRect(row));
+        }
+    }
+}
+
+void RuleEditor::makeVisibleLines()
+{
+    if (!isVisible() || m_lineHeight <= 0 || m_rows.empty()) {
+        return;
+    }
+    // What of the editor its parents leave in view.
+    QRect seen = rect();
+    QPoint offset;
+    for (const QWidget* widget = this; widget->parentWidget() && !widget->isWindow();
+         widget = widget->parentWidget()) {
+        offset += widget->pos();
+        seen = seen.translated(widget->pos()) & widget->parentWidget()->rect();
+    }
+    if (seen.isEmpty()) {
+        return;
+    }
+    seen.translate(-offset);
+    // A few lines beyond the view, so that scrolling a little shows no gap.
+    constexpr int kSpare = 3;
+    const int first = std::max(0, seen.top() / m_lineHeight - kSpare);
+    const int last = std::min(lineCount() - 1, seen.bottom() / m_lineHeight + kSpare);
+    bool made = false;
+    for (int row = first; row <= last; ++row) {
+        made = makeLine(row) || made;
+    }
+    if (made) {
+        orderTabs();
+    }
+}
+
+void RuleEditor::lineFocused(int row)
+{
+    bool made = false;
+    for (int near : {row - 1, row + 1}) {
+        if (near >= 0 && near < lineCount()) {
+            made = makeLine(near) || made;
+        }
+    }
+    if (made) {
+        orderTabs();
+    }
+}
+
+void RuleEditor::orderTabs()
+{
+    // Lines are made out of order (those in view first), and a new widget
+    // joins the end of the window's tab chain: chain the lines' controls.
+    QWidget* previous = nullptr;
+    for (const editors::RowPtr& description : m_rows) {
+        auto found = m_lines.find(description.get());
+        if (found == m_lines.end()) {
+            continue;
+        }
+        for (QWidget* control : found->second->tabOrder()) {
+            if (previous) {
+                QWidget::setTabOrder(previous, control);
+            }
+            previous = control;
+        }
+    }
+}
+
+void RuleEditor::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    placeLines();
+    makeVisibleLines();
+}
+
+void RuleEditor::moveEvent(QMoveEvent* event)
+{
+    QWidget::moveEvent(event);
+    makeVisibleLines();  // scrolled
+}
+
+void RuleEditor::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    makeVisibleLines();
 }
 
 int RuleEditor::rowAt(const QPoint& point) const
 {
-    for (int row = 0; row < lineCount(); ++row) {
-        if (m_order[static_cast<std::size_t>(row)]->geometry().contains(point)) {
-            return row;
-        }
+    if (m_lineHeight <= 0 || point.y() < 0 || !rect().contains(point)) {
+        return -1;
     }
-    return -1;
+    const int row = point.y() / m_lineHeight;
+    return row < lineCount() ? row : -1;
 }
 
 bool RuleEditor::acceptsDrag(const QMimeData* data) const
 {
-    if (data->hasFormat(kLineMimeType)) {
-        return data->data(kLineMimeType).startsWith(QByteArray::number(reinterpret_cast<quintptr>(this)) + ':');
-    }
     return m_model.acceptsFileDrops() && !localPaths(data).isEmpty();
 }
 
@@ -218,38 +372,52 @@ void RuleEditor::dragMoveEvent(QDragMoveEvent* event)
     }
 }
 
+bool RuleEditor::moveLine(int row, const QPoint& at)
+{
+    const int target = rowAt(at);
+    if (target < 0 || target == row) {
+        return false;
+    }
+    editors::RowPtr onto = m_model.rowAtIndex(target);
+    if (onto->isCompound() && m_model.nestingMode() == editors::NestingMode::Compound) {
+        return m_model.moveRow(row, target, static_cast<int>(onto->subrows.size()));  // into the group
+    }
+    const int parent = m_model.parentRowForRow(target);
+    const std::vector<int> siblings = parent < 0 ? std::vector<int>() : m_model.subrowIndexesForRow(parent);
+    int index = parent < 0 ? target
+                           : static_cast<int>(std::find(siblings.begin(), siblings.end(), target) - siblings.begin());
+    // Dropped on the lower half: after the line.
+    if (at.y() > lineRect(target).center().y()) {
+        ++index;
+    }
+    if (m_model.parentRowForRow(row) == parent && row < target) {
+        --index;  // the line leaves its place above first
+    }
+    return m_model.moveRow(row, parent, std::max(0, index));
+}
+
+void RuleEditor::showDropMarker(const QPoint& at)
+{
+    const int target = rowAt(at);
+    if (target < 0) {
+        m_dropMarker->hide();
+        return;
+    }
+    const QRect onto = lineRect(target);
+    const bool intoGroup =
+        m_model.rowAtIndex(target)->isCompound() && m_model.nestingMode() == editors::NestingMode::Compound;
+    // Into a group: under the group's line, one step in.
+    const int y = intoGroup || at.y() > onto.center().y() ? onto.bottom() : onto.top();
+    const int indent = 4 + (m_model.depthOfRow(target) + (intoGroup ? 1 : 0)) * kIndent;
+    m_dropMarker->setGeometry(indent, y - 1, width() - indent - 4, 2);
+    m_dropMarker->show();
+    m_dropMarker->raise();
+}
+
 void RuleEditor::dropEvent(QDropEvent* event)
 {
     const QMimeData* data = event->mimeData();
-    const QPoint at = event->position().toPoint();
-    const int target = rowAt(at);
-    if (data->hasFormat(kLineMimeType) && acceptsDrag(data)) {
-        const int row = data->data(kLineMimeType).split(':').value(1).toInt();
-        bool moved = false;
-        if (target >= 0 && target != row) {
-            editors::RowPtr onto = m_model.rowAtIndex(target);
-            if (onto->isCompound() && m_model.nestingMode() == editors::NestingMode::Compound) {
-                moved = m_model.moveRow(row, target, static_cast<int>(onto->subrows.size()));
-            } else {
-                const int parent = m_model.parentRowForRow(target);
-                const std::vector<int> siblings =
-                    parent < 0 ? std::vector<int>() : m_model.subrowIndexesForRow(parent);
-                int index = parent < 0 ? target
-                                       : static_cast<int>(std::find(siblings.begin(), siblings.end(), target)
-                                                          - siblings.begin());
-                // Dropped on the lower half: after the line.
-                if (at.y() > m_order[static_cast<std::size_t>(target)]->geometry().center().y()) {
-                    ++index;
-                }
-                if (m_model.parentRowForRow(row) == parent && row < target) {
-                    --index;  // the line leaves its place above first
-                }
-                moved = m_model.moveRow(row, parent, std::max(0, index));
-            }
-        }
-        moved ? event->acceptProposedAction() : event->ignore();
-        return;
-    }
+    const int target = rowAt(event->position().toPoint());
     const QStringList paths = localPaths(data);
     // The model finds the line by its height, lines being rowHeight apart.
     const double y = target < 0 ? lineCount() * m_model.rowHeight() : (target + 0.5) * m_model.rowHeight();
@@ -316,6 +484,9 @@ RuleEditorLine::RuleEditorLine(RuleEditor& editor, editors::RowPtr description)
         if (within != m_focusWithin) {
             m_focusWithin = within;
             QWidget::update();
+            if (within) {
+                m_editor.lineFocused(row());
+            }
         }
     });
 }
@@ -342,6 +513,34 @@ QComboBox* RuleEditorLine::popUp(int position) const
 QWidget* RuleEditorLine::firstControl() const
 {
     return m_slots.empty() ? static_cast<QWidget*>(m_add) : m_slots.front().widget.data();
+}
+
+QWidget* RuleEditorLine::grip() const
+{
+    return m_grip;
+}
+
+std::vector<QWidget*> RuleEditorLine::tabOrder() const
+{
+    std::vector<QWidget*> order;
+    for (const Slot& slot : m_slots) {
+        QWidget* widget = slot.widget;
+        if (!widget) {
+            continue;
+        }
+        if (widget->focusPolicy() & Qt::TabFocus) {
+            order.push_back(widget);
+            continue;
+        }
+        // A field of several controls (a choice of buttons).
+        for (QWidget* child : widget->findChildren<QWidget*>()) {
+            if (child->focusPolicy() & Qt::TabFocus) {
+                order.push_back(child);
+            }
+        }
+    }
+    order.insert(order.end(), {m_remove, m_add, m_addGroup});
+    return order;
 }
 
 void RuleEditorLine::update(int row)
@@ -423,7 +622,8 @@ void RuleEditorLine::updateSlot(int row, int position, bool compound)
         }
         slot = Slot();
         auto* popUp = new QComboBox(this);
-        popUp->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+        // As wide as its choices: measured when first laid out, and again
+        // whenever the choices change (below).
         // As wide as its longest choice when there is room, narrower in a
         // narrow window.
         popUp->setMinimumWidth(kNarrowestPopUp);
@@ -449,6 +649,13 @@ void RuleEditorLine::updateSlot(int row, int position, bool compound)
     }
     if (titles != slot.titles) {
         const QSignalBlocker blocker(popUp);
+        if (!slot.titles.isEmpty()) {
+            // Other choices than those it was made with (another attribute's
+            // comparisons): from now on it follows them. Only then, since
+            // following makes the pop-up's list at once, which is slow for
+            // hundreds of lines.
+            popUp->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+        }
         popUp->clear();
         const std::vector<editors::Criterion> criteria = model.choicesAt(row, position);
         for (int index = 0; index < static_cast<int>(titles.size()); ++index) {
@@ -509,6 +716,16 @@ void RuleEditorLine::watchKeys(QWidget* widget)
 
 bool RuleEditorLine::eventFilter(QObject* watched, QEvent* event)
 {
+    if (event->type() == QEvent::ShortcutOverride) {
+        // Space presses a button or opens a pop-up of the line, before any
+        // shortcut of the window (Quick Look) takes it.
+        auto* key = static_cast<QKeyEvent*>(event);
+        if (key->key() == Qt::Key_Space && key->modifiers() == Qt::NoModifier
+            && (qobject_cast<QAbstractButton*>(watched) || qobject_cast<QComboBox*>(watched))) {
+            event->accept();
+            return true;
+        }
+    }
     if (event->type() == QEvent::KeyPress) {
         auto* key = static_cast<QKeyEvent*>(event);
         if (key->modifiers() == Qt::ControlModifier && (key->key() == Qt::Key_Up || key->key() == Qt::Key_Down)) {
@@ -519,22 +736,43 @@ bool RuleEditorLine::eventFilter(QObject* watched, QEvent* event)
     if (watched != m_grip) {
         return QWidget::eventFilter(watched, event);
     }
-    if (event->type() == QEvent::MouseButtonPress) {
-        m_pressed = static_cast<QMouseEvent*>(event)->position().toPoint();
-        return true;
-    }
-    if (event->type() == QEvent::MouseMove && (static_cast<QMouseEvent*>(event)->buttons() & Qt::LeftButton)) {
-        const QPoint moved = static_cast<QMouseEvent*>(event)->position().toPoint() - m_pressed;
-        if (moved.manhattanLength() >= QApplication::startDragDistance()) {
-            auto* data = new QMimeData;
-            data->setData(kLineMimeType, QByteArray::number(reinterpret_cast<quintptr>(&m_editor)) + ':'
-                                             + QByteArray::number(row()));
-            auto* drag = new QDrag(this);
-            drag->setMimeData(data);
-            drag->setPixmap(grab());
-            drag->exec(Qt::MoveAction);
+    // A line is dragged by its grip within its editor, the place it would
+    // go marked as the mouse moves.
+    auto* mouse = static_cast<QMouseEvent*>(event);
+    switch (event->type()) {
+    case QEvent::MouseButtonPress:
+        if (mouse->button() == Qt::LeftButton) {
+            m_pressed = mouse->position().toPoint();
+            m_dragging = false;
+            return true;
         }
-        return true;
+        break;
+    case QEvent::MouseMove:
+        if (mouse->buttons() & Qt::LeftButton) {
+            const QPoint at = m_grip->mapTo(&m_editor, mouse->position().toPoint());
+            if (!m_dragging && (mouse->position().toPoint() - m_pressed).manhattanLength()
+                                   >= QApplication::startDragDistance()) {
+                m_dragging = true;
+                m_grip->setCursor(Qt::ClosedHandCursor);
+            }
+            if (m_dragging) {
+                m_editor.showDropMarker(at);
+            }
+            return true;
+        }
+        break;
+    case QEvent::MouseButtonRelease:
+        if (mouse->button() == Qt::LeftButton && m_dragging) {
+            m_dragging = false;
+            m_grip->setCursor(Qt::OpenHandCursor);
+            m_editor.m_dropMarker->hide();
+            // The line may go away with the move: nothing of it is used after.
+            m_editor.moveLine(row(), m_grip->mapTo(&m_editor, mouse->position().toPoint()));
+            return true;
+        }
+        break;
+    default:
+        break;
     }
     return QWidget::eventFilter(watched, event);
 }

@@ -16,6 +16,11 @@
 // (PredicateEditorViewSlice). Lines follow the model: after every change
 // the widgets are brought up to date, keeping those of lines that stay (and
 // the text being typed into them).
+//
+// A search of hundreds of lines opens at once: lines all have one height,
+// and a line's widgets are made only when the line comes into view (the
+// editor sits in a scroll area), when the focus comes next to it, or when
+// line() asks for it. Tab goes through the lines in their order.
 #pragma once
 
 #include "editors/rule_editor_model.h"
@@ -28,11 +33,11 @@
 #include <vector>
 
 class QComboBox;
+class QFrame;
 class QHBoxLayout;
 class QLabel;
 class QMimeData;
 class QToolButton;
-class QVBoxLayout;
 
 namespace trovara::widgets {
 
@@ -57,8 +62,15 @@ public:
     // The button shown while there is no line at all ("Add a place").
     void setEmptyAddTitle(const QString& title);
 
-    int lineCount() const { return static_cast<int>(m_order.size()); }
-    RuleEditorLine* line(int row) const;
+    int lineCount() const { return static_cast<int>(m_rows.size()); }
+    // The line's widgets, made if they were not yet.
+    RuleEditorLine* line(int row);
+    // How many lines have their widgets.
+    int madeLineCount() const { return static_cast<int>(m_lines.size()); }
+    int lineHeight() const { return m_lineHeight; }
+
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
     // Gives the keyboard focus to the first control of the line.
     void focusLine(int row);
 
@@ -66,6 +78,9 @@ public:
     void reload();
 
 protected:
+    void resizeEvent(QResizeEvent* event) override;
+    void moveEvent(QMoveEvent* event) override;
+    void showEvent(QShowEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dragMoveEvent(QDragMoveEvent* event) override;
     void dropEvent(QDropEvent* event) override;
@@ -75,14 +90,28 @@ private:
     // The line under a point of the editor, or -1.
     int rowAt(const QPoint& point) const;
     bool acceptsDrag(const QMimeData* data) const;
+    // Moves the line to where a drag of it ended, a point of the editor.
+    bool moveLine(int row, const QPoint& at);
+    void showDropMarker(const QPoint& at);
+    QRect lineRect(int row) const;
+    // Makes the widgets of the line if it has none; true if it made them.
+    bool makeLine(int row);
+    // Makes the lines in view (and a few around) and puts them in place.
+    void makeVisibleLines();
+    void placeLines();
+    // The focus came into a line: its neighbours get their widgets, so
+    // that Tab and Shift+Tab find them.
+    void lineFocused(int row);
+    void orderTabs();
 
     editors::RuleEditorModel& m_model;
-    QVBoxLayout* m_layout;
     QToolButton* m_addWhenEmpty;
+    QFrame* m_dropMarker;
     QStringList m_simpleNames;
     QStringList m_compoundNames;
+    std::vector<editors::RowPtr> m_rows;
     std::map<const editors::RowDescription*, RuleEditorLine*> m_lines;
-    std::vector<RuleEditorLine*> m_order;
+    int m_lineHeight = 0;
 };
 
 // One line of a rule editor.
@@ -102,10 +131,14 @@ public:
     // The controls of the criteria, left to right (a pop-up or a field).
     QWidget* control(int position) const;
     QComboBox* popUp(int position) const;
+    // What the mouse drags the line by.
+    QWidget* grip() const;
     QToolButton* removeButton() const { return m_remove; }
     QToolButton* addButton() const { return m_add; }
     QToolButton* addGroupButton() const { return m_addGroup; }
     QWidget* firstControl() const;
+    // The controls Tab reaches, in their order.
+    std::vector<QWidget*> tabOrder() const;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -135,6 +168,7 @@ private:
     QToolButton* m_addGroup;
     std::vector<Slot> m_slots;
     QPoint m_pressed;
+    bool m_dragging = false;
     bool m_focusWithin = false;
 };
 

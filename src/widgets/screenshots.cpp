@@ -2,11 +2,15 @@
 
 #include "app/key_combination.h"
 #include "document/document.h"
+#include "editors/document_editors.h"
 #include "helper/helper_controller.h"
+#include "model/criteria_json.h"
 #include "model/defaults.h"
+#include "model/query_item.h"
 #include "query/metadata_query_controller.h"
 #include "query/result_table_model.h"
 #include "widgets/application.h"
+#include "widgets/attribute_selection_sheet.h"
 #include "widgets/document_window.h"
 #include "widgets/file_operation_scenes.h"
 #include "widgets/helper_tray.h"
@@ -14,6 +18,8 @@
 #include "widgets/preferences_window.h"
 #include "widgets/query_inspector_controller.h"
 #include "widgets/quick_look_controller.h"
+#include "widgets/rule_editor.h"
+#include "widgets/rule_editors_panel.h"
 #include "widgets/template_saver_sheet.h"
 #include "widgets/preview_text_view.h"
 #include "widgets/text_preview_controller.h"
@@ -90,6 +96,51 @@ QPixmap withSheet(QWidget& window, QWidget& sheet)
     painter.setPen(QColor(0, 0, 0, 90));
     painter.drawRect(QRect(at, sheet.size()).adjusted(-1, -1, 0, 0));
     return picture;
+}
+
+// Criteria in groups two levels deep, one of each kind, and the limit
+// "the 100 most recently used": the editors as a person builds a search.
+void showNestedCriteria(DocumentWindow& window)
+{
+    static const DocumentWindow* shown = nullptr;
+    if (shown == &window) {
+        return;
+    }
+    shown = &window;
+    document::Document& document = window.document();
+    static const QByteArray criteria = R"({"operator": "AND", "children": [
+        {"attribute": "kMDItemDisplayName", "operator": "contains", "string": "report"},
+        {"operator": "OR", "children": [
+            {"attribute": "kMDItemFSSize", "operator": "greaterThan", "number": 5, "unit": "MB"},
+            {"attribute": "kMDItemContentModificationDate", "operator": "withinLast", "number": 3, "unit": "day"},
+            {"operator": "NOT", "children": [
+                {"attribute": "kMDItemContentTypeTree", "operator": "is", "string": "public.image"},
+                {"attribute": "kMDItemTextContent", "operator": "containsWords", "string": "draft"}
+            ]}
+        ]}
+    ]})";
+    document.updatePredicate([&] {
+        store::ManagedObjectContext& context = document.managedObjectContext();
+        // In place of the search's own criteria.
+        if (model::QueryNode* root = model::QueryNode::rootNodeInContext(context)) {
+            for (model::QueryItem* child : root->children()) {
+                context.deleteObject(child);
+            }
+        }
+        (void)model::readCriteriaJson(criteria, context);
+    });
+    RuleEditorsPanel& panel = *window.ruleEditors();
+    panel.editors().loadPredicateEditor();
+    // The limit line: a number, then the most recent.
+    editors::RuleEditorModel& limit = panel.editors().limitEditor();
+    for (int position = 0; position < 2; ++position) {
+        const QString wanted = position == 0 ? QStringLiteral("100") : QStringLiteral("Most");
+        const int index = limit.choiceTitlesAt(0, position).indexOf(wanted);
+        if (index >= 0 && limit.selectedChoiceAt(0, position) != index) {
+            limit.chooseCriterion(0, position, index);
+        }
+    }
+    settleForScreenshot();
 }
 
 }  // namespace
@@ -228,6 +279,36 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
              return panelShot(panel, window, QStringLiteral(".wav"), QSize(460, 520), [&panel] {
                  return panel.kind() == QuickLookController::Kind::Media && !panel.shownMediaFacts().isEmpty();
              });
+         }},
+        {QStringLiteral("editors"),
+         [](Application&, DocumentWindow& window) {
+             showNestedCriteria(window);
+             window.resize(1000, 720);
+             settleForScreenshot();
+             return window.grab();
+         }},
+        {QStringLiteral("attribute-sheet"),
+         [](Application&, DocumentWindow& window) {
+             showNestedCriteria(window);
+             // "Other..." of the first criterion's attribute, then a word typed.
+             RuleEditorLine* line = window.ruleEditors()->criteriaEditor()->line(1);
+             QComboBox* attribute = line ? line->popUp(0) : nullptr;
+             if (!attribute) {
+                 return QPixmap();
+             }
+             window.ruleEditors()->editors().predicateEditor().chooseCriterion(1, 0, attribute->count() - 1);
+             settleForScreenshot();
+             auto* sheet = window.findChild<AttributeSelectionSheet*>();
+             if (!sheet) {
+                 return QPixmap();
+             }
+             sheet->searchField()->setText(QStringLiteral("date"));
+             sheet->resize(std::max(sheet->width(), 560), std::max(sheet->height(), 420));
+             settleForScreenshot();
+             QPixmap picture = withSheet(window, *sheet);
+             sheet->reject();
+             settleForScreenshot();
+             return picture;
          }},
         {QStringLiteral("file-progress"),
          [](Application&, DocumentWindow& window) { return fileOperationProgressScene(window); }},

@@ -6,7 +6,10 @@
 #include "model/defaults.h"
 #include "model/query_leaf.h"
 #include "presentation/column_formatters.h"
+#include "query/metadata_query_controller.h"
 #include "test_support.h"
+#include "widget_test_support.h"
+#include "widgets/document_window.h"
 #include "widgets/attribute_selection_sheet.h"
 #include "widgets/rule_editor.h"
 #include "widgets/rule_editors_panel.h"
@@ -181,6 +184,91 @@ TEST_F(RuleEditorWidgetTest, ACriterionIsBuiltWithTheKeyboardAlone)
     EXPECT_EQ(editor->lineCount(), 6);
 }
 
+// The line of the editor holding the widget, or -1.
+int rowOfWidget(QWidget* widget)
+{
+    for (; widget; widget = widget->parentWidget()) {
+        if (auto* line = qobject_cast<widgets::RuleEditorLine*>(widget)) {
+            return line->row();
+        }
+    }
+    return -1;
+}
+
+TEST_F(RuleEditorWidgetTest, LinesAreDraggedByTheirGripAndDroppedBeforeOrAfterOthers)
+{
+    RuleEditor* editor = panel->criteriaEditor();
+    const editors::RowPtr name = criteria().rowAtIndex(1);
+    const editors::RowPtr third = criteria().rowAtIndex(3);
+    // Drags the grip of the line to a point of another line.
+    auto dragTo = [&](int row, int onto, int y) {
+        QWidget* grip = editor->line(row)->grip();
+        ASSERT_TRUE(grip->isVisible());
+        const QPoint start = grip->rect().center();
+        QTest::mousePress(grip, Qt::LeftButton, {}, start);
+        QTest::mouseMove(grip, start + QPoint(0, 3));
+        const QRect target = editor->line(onto)->geometry();
+        QTest::mouseMove(grip, grip->mapFrom(editor, QPoint(target.center().x(), target.top() + y)));
+        QTest::mouseRelease(grip, Qt::LeftButton, {},
+                            grip->mapFrom(editor, QPoint(target.center().x(), target.top() + y)));
+        settle();
+    };
+
+    // A click on the grip moves nothing.
+    QWidget* grip = editor->line(1)->grip();
+    QTest::mouseClick(grip, Qt::LeftButton, {}, grip->rect().center());
+    settle();
+    EXPECT_EQ(criteria().rowForRowDescription(name.get()), 1);
+
+    // Down onto the lower half of the third line: after it.
+    dragTo(1, 3, editor->lineHeight() - 3);
+    EXPECT_EQ(criteria().rowForRowDescription(name.get()), 3);
+    EXPECT_EQ(criteria().rowForRowDescription(third.get()), 2);
+    // Back up onto the upper half of the first criterion: before it.
+    dragTo(3, 1, 2);
+    EXPECT_EQ(criteria().rowForRowDescription(name.get()), 1);
+    // Onto a group's line: into the group, last.
+    const int group = criteria().addGroup(5);
+    settle();
+    ASSERT_GT(group, 0);
+    dragTo(1, group, 2);
+    const int moved = criteria().rowForRowDescription(name.get());
+    EXPECT_EQ(criteria().parentRowForRow(moved), group - 1);  // up a row as the name left
+    // Undo puts the line back.
+    document->managedObjectContext().undo();
+    settle();
+    EXPECT_EQ(criteria().parentRowForRow(criteria().rowForRowDescription(name.get())), 0);
+}
+
+TEST_F(RuleEditorWidgetTest, ALongSearchMakesLinesAsTheyComeIntoViewAndTabGoesThroughThemInOrder)
+{
+    for (int added = 0; added < 54; ++added) {
+        criteria().addRow(criteria().numberOfRows() - 1);
+    }
+    settle();
+    RuleEditor* editor = panel->criteriaEditor();
+    ASSERT_EQ(editor->lineCount(), 60);
+    EXPECT_LT(editor->madeLineCount(), 40);
+
+    editor->focusLine(0);
+    settle();
+    int reached = 0;
+    for (int presses = 0; presses < 1000 && reached < 59; ++presses) {
+        QWidget* focused = QApplication::focusWidget();
+        const int row = rowOfWidget(focused);
+        ASSERT_GE(row, reached) << "Tab went back to line " << row << " from " << reached;
+        ASSERT_LE(row, reached + 1) << "Tab skipped from line " << reached << " to " << row;
+        reached = row;
+        QTest::keyClick(focused, Qt::Key_Tab);
+    }
+    ASSERT_EQ(reached, 59);
+    // The last line was scrolled into view, in its place under the others.
+    settle();
+    widgets::RuleEditorLine* last = editor->line(59);
+    EXPECT_EQ(last->geometry(), QRect(0, 59 * editor->lineHeight(), editor->width(), editor->lineHeight()));
+    EXPECT_FALSE(last->visibleRegion().isEmpty());
+}
+
 TEST_F(RuleEditorWidgetTest, TextThatDoesNotReadIsMarkedAndKept)
 {
     RuleEditor* editor = panel->criteriaEditor();
@@ -278,6 +366,105 @@ TEST_F(RuleEditorWidgetTest, OtherOpensTheSheetWhereTypingNarrowsAndReturnChoose
     EXPECT_FALSE(panel->editors().queryAttributeSelectionController().isSheetOpen());
     EXPECT_EQ(criteria().rowAtIndex(1)->displayValues[0].text,
               model::QueryAttribute::nameForKey(QStringLiteral("kMDItemPixelWidth")));
+}
+
+// A search built in a new window's editor, as a person would: the query
+// text and the results follow each edit, one restart per turn of the event
+// loop however many keys were typed in it.
+class SearchBuiltInTheWindowTest : public WidgetTest {
+protected:
+    SearchBuiltInTheWindowTest()
+    {
+        // A large report among the small ones (sparse: its size is what counts).
+        QFile big(QString::fromStdString(at("docs/big report.bin")));
+        if (big.open(QIODevice::WriteOnly)) {
+            big.resize(6 * 1000 * 1000);
+        }
+    }
+
+    // Runs one turn of the event loop and gives how many times the query
+    // started gathering in it.
+    int oneTurn()
+    {
+        const int before = restarts;
+        QCoreApplication::processEvents();
+        return restarts - before;
+    }
+
+    int restarts = 0;
+};
+
+TEST_F(SearchBuiltInTheWindowTest, NameContainsAndSizeGreaterThanBuiltInTheEditorRunTheSearch)
+{
+    widgets::DocumentWindow* window = newSearchWindow();
+    ASSERT_NE(window, nullptr);
+    window->show();
+    document::Document& search = window->document();
+    query::MetadataQueryController* controller = search.metadataQueryController();
+    QObject::connect(controller, &query::MetadataQueryController::stateChanged, controller,
+                     [this](query::MetadataQueryController::State state) {
+                         restarts += state == query::MetadataQueryController::State::Gathering ? 1 : 0;
+                     });
+    RuleEditor* editor = window->ruleEditors()->criteriaEditor();
+    editors::RuleEditorModel& rows = window->ruleEditors()->editors().predicateEditor();
+
+    // Name contains "r", then Start: the search runs.
+    widgets::RuleEditorLine* name = editor->line(1);
+    ASSERT_EQ(rows.rowAtIndex(1)->displayValues[0].text, model::QueryAttribute::nameForKey(QStringLiteral("kMDItemDisplayName")));
+    auto* field = qobject_cast<QLineEdit*>(name->control(2));
+    ASSERT_NE(field, nullptr);
+    field->setFocus();
+    QTest::keyClicks(field, QStringLiteral("r"));
+    EXPECT_EQ(controller->expression(), QStringLiteral("((kMDItemDisplayName == '*r*'cd))"));
+    search.startQueryForSender();
+    EXPECT_TRUE(search.isQueryAlive());
+    EXPECT_EQ(restarts, 1);
+    // The rest of "report": five keys typed in one turn, one restart.
+    QTest::keyClicks(field, QStringLiteral("eport"));
+    EXPECT_EQ(oneTurn(), 1);
+    EXPECT_EQ(oneTurn(), 0);
+    EXPECT_EQ(controller->expression(), QStringLiteral("((kMDItemDisplayName == '*report*'cd))"));
+    ASSERT_TRUE(waitFor([&] { return isSettled(search) && controller->resultArray().size() == 7; },
+                        "the six small reports and the big one"));
+
+    // Space on "+" adds a line (in the window, where Space is also Quick
+    // Look's shortcut); its attribute, comparison, value and unit are chosen
+    // with the keyboard: one restart per turn that changed the query.
+    const int lines = editor->lineCount();
+    QToolButton* add = editor->line(1)->addButton();
+    add->setFocus();
+    QTest::keyClick(add, Qt::Key_Space);
+    ASSERT_TRUE(waitFor([&] { return editor->lineCount() == lines + 1; }, "the new line"));
+    QComboBox* attribute = editor->line(2)->popUp(0);
+    ASSERT_NE(attribute, nullptr);
+    attribute->setFocus();
+    QTest::keyClicks(attribute, model::QueryAttribute::nameForKey(QStringLiteral("kMDItemFSSize")));
+    EXPECT_LE(oneTurn(), 1);
+    ASSERT_EQ(rows.rowAtIndex(2)->displayValues[0].text, model::QueryAttribute::nameForKey(QStringLiteral("kMDItemFSSize")));
+    QComboBox* comparison = editor->line(2)->popUp(1);
+    ASSERT_NE(comparison, nullptr);
+    comparison->setFocus();
+    QTest::keyClicks(comparison, QStringLiteral("greater"));
+    EXPECT_LE(oneTurn(), 1);
+    EXPECT_EQ(rows.rowAtIndex(2)->displayValues[1].text, QStringLiteral("greater than"));
+    auto* size = qobject_cast<QLineEdit*>(editor->line(2)->control(2));
+    ASSERT_NE(size, nullptr);
+    size->setFocus();
+    size->selectAll();
+    QTest::keyClicks(size, QStringLiteral("5"));
+    EXPECT_EQ(oneTurn(), 1);
+    QComboBox* unit = editor->line(2)->popUp(3);
+    ASSERT_NE(unit, nullptr);
+    unit->setFocus();
+    QTest::keyClicks(unit, QStringLiteral("MB"));
+    EXPECT_EQ(oneTurn(), 1);
+    EXPECT_EQ(oneTurn(), 0);
+
+    const QString text = controller->expression();
+    EXPECT_EQ(text, QStringLiteral("((kMDItemDisplayName == '*report*'cd) && (kMDItemFSSize > '5000000'))"));
+    ASSERT_TRUE(waitFor([&] { return isSettled(search) && controller->resultArray().size() == 1; },
+                        "the big report alone"));
+    EXPECT_EQ(controller->resultArray().front()->displayName(), QStringLiteral("big report.bin"));
 }
 
 }  // namespace
