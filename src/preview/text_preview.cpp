@@ -17,12 +17,14 @@ struct PreviewRequest {
     QStringList terms;
     quint64 termsGeneration = 0;
     std::shared_ptr<std::atomic<bool>> cancel;
+    std::uint64_t limit = 0;  // 0: the whole text
 };
 
 struct PreviewAnswer {
     quint64 generation = 0;
     QString path;
-    FileContents contents;  // without its text, which is in `text`
+    bool firstLook = false;  // the start of the text only; the rest may follow
+    FileContents contents;   // without its text, which is in `text`
     QString text;
     qint64 textBytes = 0;  // UTF-8
     std::vector<qsizetype> lines;
@@ -57,8 +59,8 @@ namespace trovara::preview {
 std::shared_ptr<TextPreview> TextPreview::create(Reader reader)
 {
     if (!reader) {
-        reader = [](const std::string& path, const std::atomic<bool>* cancel) {
-            return TextPreviewUtility::sharedTextPreviewUtility().textContentsOfFile(path, cancel);
+        reader = [](const std::string& path, const std::atomic<bool>* cancel, std::uint64_t limit) {
+            return TextPreviewUtility::sharedTextPreviewUtility().textContentsOfFile(path, cancel, limit);
         };
         // The helper starts on the next turn of the event loop, so that it is
         // ready by the time the first file is asked for.
@@ -155,12 +157,18 @@ void TextPreview::updatePreview()
         setMatches({});
         return;
     }
+    read(m_selection.front(), m_firstLookBytes);
+}
+
+void TextPreview::read(const QString& path, std::uint64_t limit)
+{
     PreviewRequest request;
     request.generation = m_previewGeneration;
-    request.path = m_selection.front();
+    request.path = path;
     request.terms = terms();
     request.termsGeneration = m_termsGeneration;
     request.cancel = m_readCancel = std::make_shared<std::atomic<bool>>(false);
+    request.limit = limit;
     m_loading = true;
     m_workManager.addWorkUnit(SIWorkUnit::create(shared_from_this(), "prepareUpdatePreview",
                                                  QVariant::fromValue(request), "processUpdatePreview", true),
@@ -174,10 +182,11 @@ QVariant TextPreview::prepareUpdatePreview(QVariant value)
     answer.generation = request.generation;
     answer.path = request.path;
     answer.termsGeneration = request.termsGeneration;
-    answer.contents = m_reader(request.path.toStdString(), request.cancel.get());
+    answer.contents = m_reader(request.path.toStdString(), request.cancel.get(), request.limit);
     if (request.cancel->load()) {
         answer.contents = FileContents::cancelled();
     }
+    answer.firstLook = request.limit != 0 && answer.contents.truncated;
     if (answer.contents.hasText()) {
         answer.text = QString::fromUtf8(answer.contents.text);
         answer.textBytes = static_cast<qint64>(answer.contents.text.size());
@@ -197,16 +206,40 @@ void TextPreview::processUpdatePreview(QVariant value)
     }
     m_loading = false;
     m_readCancel.reset();
+    const bool rest = m_shownGeneration == answer.generation && m_textVisible && answer.path == m_path;
+    const bool text = answer.contents.outcome == FileContents::Outcome::Text;
+    if (rest && !(text && !answer.text.startsWith(m_text))) {
+        // The whole text after its first look: in its place, where the user is.
+        if (text) {
+            m_text = answer.text;
+            m_lines = std::move(answer.lines);
+            m_attributes = std::move(answer.contents.attributes);
+            m_truncated = answer.contents.truncated;
+            m_message = m_truncated ? shownOnly(answer.textBytes) : QString();
+            emit textExtended();
+            if (answer.termsGeneration == m_termsGeneration) {
+                setMatches(std::move(answer.matches), true);
+            } else {
+                colorSearchString();
+            }
+        } else {
+            // The file changed or went meanwhile: the start shown is all there is.
+            m_truncated = true;
+            m_message = shownOnly(m_text.toUtf8().size());
+            emit textChanged();
+        }
+        return;
+    }
     m_shownGeneration = answer.generation;
     m_attributes = std::move(answer.contents.attributes);
     switch (answer.contents.outcome) {
     case FileContents::Outcome::Text: {
-        const QString note = answer.contents.truncated
-                                 ? tr("Only the first %1 of the text are shown.")
-                                       .arg(QLocale::c().formattedDataSize(answer.textBytes, 0, QLocale::DataSizeSIFormat))
-                                 : QString();
+        const QString note = answer.contents.truncated && !answer.firstLook ? shownOnly(answer.textBytes) : QString();
         m_lines = std::move(answer.lines);
         show(answer.path, answer.text, true, note);
+        if (answer.firstLook) {
+            read(answer.path, 0);  // the rest, while the user looks at the start
+        }
         break;
     }
     case FileContents::Outcome::NoText:
@@ -222,6 +255,12 @@ void TextPreview::processUpdatePreview(QVariant value)
     } else {
         colorSearchString();  // the terms changed while the file was read
     }
+}
+
+QString TextPreview::shownOnly(qint64 bytes)
+{
+    return tr("Only the first %1 of the text are shown.")
+        .arg(QLocale::c().formattedDataSize(bytes, 0, QLocale::DataSizeSIFormat));
 }
 
 void TextPreview::colorSearchString()
@@ -272,14 +311,19 @@ void TextPreview::show(const QString& path, const QString& text, bool visible, c
     emit textChanged();
 }
 
-void TextPreview::setMatches(std::vector<TermMatch> matches)
+void TextPreview::setMatches(std::vector<TermMatch> matches, bool keepCurrent)
 {
     if (matches.empty() && m_matches.empty()) {
         m_currentMatch = -1;
         return;
     }
     m_matches = std::move(matches);
-    m_currentMatch = m_matches.empty() ? -1 : 0;
+    const int count = static_cast<int>(m_matches.size());
+    if (keepCurrent && m_currentMatch >= 0 && m_currentMatch < count) {
+        emit highlightsChanged();  // the user stays at the match they are at
+        return;
+    }
+    m_currentMatch = count == 0 ? -1 : 0;
     emit highlightsChanged();
     if (m_currentMatch >= 0) {
         emit currentMatchChanged(m_currentMatch);  // the first coloured range comes into view

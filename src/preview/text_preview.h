@@ -40,7 +40,13 @@ namespace trovara::preview {
 class TextPreview : public QObject, public std::enable_shared_from_this<TextPreview> {
     Q_OBJECT
 public:
-    using Reader = std::function<FileContents(const std::string& path, const std::atomic<bool>* cancel)>;
+    // `limit`: bytes of text at most (0: all the text the reader allows).
+    using Reader =
+        std::function<FileContents(const std::string& path, const std::atomic<bool>* cancel, std::uint64_t limit)>;
+
+    // A large text is shown in two steps: its first bytes at once, then,
+    // read in the background, the whole text in their place.
+    static constexpr std::uint64_t kFirstLookBytes = 256 * 1024;
 
     // Reads through `reader`; by default the process's TextPreviewUtility.
     static std::shared_ptr<TextPreview> create(Reader reader = {});
@@ -62,6 +68,9 @@ public:
     // previews the selection.
     void setActive(bool active);
     bool isActive() const { return m_active; }
+
+    // How much of a text the first read asks for (0: all of it at once).
+    void setFirstLookBytes(std::uint64_t bytes) { m_firstLookBytes = bytes; }
 
     // Reads the selected file again.
     void updatePreview();
@@ -102,6 +111,9 @@ public:
 signals:
     // The text, its visibility, the message or the file changed.
     void textChanged();
+    // The rest of the text shown arrived: text() starts with what was shown
+    // (the view keeps its place); new matches follow with highlightsChanged.
+    void textExtended();
     // New coloured ranges (the text is the same).
     void highlightsChanged();
     // Go to (select and show) match `index` of matches().
@@ -115,8 +127,10 @@ private:
     friend std::shared_ptr<T> makeWorkTarget(Args&&... args);
 
     void show(const QString& path, const QString& text, bool visible, const QString& message);
-    void setMatches(std::vector<TermMatch> matches);
+    void setMatches(std::vector<TermMatch> matches, bool keepCurrent = false);
     void cancelReading();
+    void read(const QString& path, std::uint64_t limit);
+    static QString shownOnly(qint64 bytes);
 
     Reader m_reader;
     SIWorkManager m_workManager{1};
@@ -124,6 +138,7 @@ private:
     QStringList m_querySearchStrings;
     QString m_searchString;
     bool m_active = true;
+    std::uint64_t m_firstLookBytes = kFirstLookBytes;
 
     quint64 m_previewGeneration = 0;  // of the newest read asked for
     quint64 m_shownGeneration = 0;    // of the read whose answer is shown

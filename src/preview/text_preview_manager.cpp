@@ -22,6 +22,20 @@ bool looksBinary(const std::string& text)
     return head.find('\0') != std::string_view::npos;
 }
 
+// The text cut to at most `limit` bytes, at the start of a UTF-8 sequence.
+bool cutText(std::string& text, std::uint64_t limit)
+{
+    if (limit == 0 || text.size() <= limit) {
+        return false;
+    }
+    std::size_t end = static_cast<std::size_t>(limit);
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
+        --end;
+    }
+    text.resize(end);
+    return true;
+}
+
 std::string cannotRead(const std::string& reason)
 {
     return "The file cannot be read: " + reason;
@@ -119,12 +133,19 @@ std::optional<index::ImportOutcome> TextPreviewManager::runImporterAtPath(const 
     return result;
 }
 
-index::Expected<index::text::DecodedText> TextPreviewManager::readTextAtPath(const std::string& path) const
+std::uint64_t TextPreviewManager::effectiveLimit(std::uint64_t limit) const
 {
-    return index::text::readTextFile(path, static_cast<std::size_t>(m_textLimit));
+    return limit == 0 || (m_textLimit != 0 && m_textLimit < limit) ? m_textLimit : limit;
 }
 
-FileContents TextPreviewManager::metaDataOfFileAtPath(const std::string& path, const std::atomic<bool>* cancel)
+index::Expected<index::text::DecodedText> TextPreviewManager::readTextAtPath(const std::string& path,
+                                                                             std::uint64_t limit) const
+{
+    return index::text::readTextFile(path, static_cast<std::size_t>(effectiveLimit(limit)));
+}
+
+FileContents TextPreviewManager::metaDataOfFileAtPath(const std::string& path, const std::atomic<bool>* cancel,
+                                                      std::uint64_t limit)
 {
     const index::Expected<index::FileRecord> record = index::readFileRecord(path);
     if (!record) {
@@ -138,7 +159,12 @@ FileContents TextPreviewManager::metaDataOfFileAtPath(const std::string& path, c
     FileContents contents;
     bool imported = false;
     std::string firstError;
-    for (const std::string& importer : importersForType(type)) {
+    // A first look at plain text reads the start of the file directly, as
+    // the text importer would, rather than have an importer read all of it;
+    // the attributes come with the whole text.
+    const bool directFirstLook = limit != 0 && effectiveLimit(limit) != m_textLimit
+                                 && index::typeConformsTo(type.identifier, "public.plain-text");
+    for (const std::string& importer : directFirstLook ? std::vector<std::string>() : importersForType(type)) {
         std::optional<index::ImportOutcome> outcome = runImporterAtPath(importer, path, type.mimeType, cancel);
         if (cancel && cancel->load()) {
             return FileContents::cancelled();
@@ -160,8 +186,8 @@ FileContents TextPreviewManager::metaDataOfFileAtPath(const std::string& path, c
     // Source code is read as it is, whatever an importer made of it; text
     // that no importer could read is read directly too.
     const bool sourceCode = index::typeConformsTo(type.identifier, "public.source-code");
-    if (sourceCode || (!imported && index::typeConformsTo(type.identifier, "public.text"))) {
-        index::Expected<index::text::DecodedText> text = readTextAtPath(path);
+    if (directFirstLook || sourceCode || (!imported && index::typeConformsTo(type.identifier, "public.text"))) {
+        index::Expected<index::text::DecodedText> text = readTextAtPath(path, limit);
         if (!text) {
             return FileContents::failed(cannotRead(text.error().message));
         }
@@ -175,6 +201,9 @@ FileContents TextPreviewManager::metaDataOfFileAtPath(const std::string& path, c
     if (!imported && !m_catalogueProblem.empty()) {
         return FileContents::failed("The importers cannot be run: " + m_catalogueProblem);
     }
+    if (cutText(contents.text, effectiveLimit(limit))) {
+        contents.truncated = true;
+    }
     if (contents.text.empty() || looksBinary(contents.text)) {
         contents.text.clear();
         contents.truncated = false;
@@ -185,13 +214,14 @@ FileContents TextPreviewManager::metaDataOfFileAtPath(const std::string& path, c
     return contents;
 }
 
-FileContents TextPreviewManager::textContentsOfFile(const std::string& path, const std::atomic<bool>* cancel)
+FileContents TextPreviewManager::textContentsOfFile(const std::string& path, const std::atomic<bool>* cancel,
+                                                    std::uint64_t limit)
 {
     char resolved[PATH_MAX];
     if (!::realpath(path.c_str(), resolved)) {
         return FileContents::failed(cannotRead(std::strerror(errno)));
     }
-    return metaDataOfFileAtPath(resolved, cancel);
+    return metaDataOfFileAtPath(resolved, cancel, limit);
 }
 
 }  // namespace trovara::preview

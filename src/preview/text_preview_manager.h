@@ -38,10 +38,15 @@ public:
     static TextPreviewManager& defaultManager();
 
     // The text of the file (symbolic links are followed), or why it has none.
-    FileContents textContentsOfFile(const std::string& path, const std::atomic<bool>* cancel = nullptr);
+    // `limit` (bytes of UTF-8, 0: the text limit) cuts the text sooner, for
+    // a first look at a large file; a cut never splits a character.
+    FileContents textContentsOfFile(const std::string& path, const std::atomic<bool>* cancel = nullptr,
+                                    std::uint64_t limit = 0);
 
-    // What the importers find in the file: attributes and text.
-    FileContents metaDataOfFileAtPath(const std::string& path, const std::atomic<bool>* cancel = nullptr);
+    // What the importers find in the file: attributes and text (see above
+    // for `limit`).
+    FileContents metaDataOfFileAtPath(const std::string& path, const std::atomic<bool>* cancel = nullptr,
+                                      std::uint64_t limit = 0);
 
     // What one importer finds in the file; none when it cannot be asked.
     std::optional<index::ImportOutcome> runImporterAtPath(const std::string& importer, const std::string& path,
@@ -49,8 +54,9 @@ public:
                                                           const std::atomic<bool>* cancel = nullptr);
 
     // The file read as text in the encoding its bytes suggest, up to the
-    // text limit; fails when it cannot be read.
-    index::Expected<index::text::DecodedText> readTextAtPath(const std::string& path) const;
+    // text limit (or `limit`, when smaller and not 0); fails when it cannot
+    // be read.
+    index::Expected<index::text::DecodedText> readTextAtPath(const std::string& path, std::uint64_t limit = 0) const;
 
     // Builds the catalogue of importers by content type, once.
     void loadPlugIns();
@@ -68,6 +74,8 @@ public:
     std::uint64_t textLimit() const { return m_textLimit; }
 
 private:
+    std::uint64_t effectiveLimit(std::uint64_t limit) const;
+
     std::shared_ptr<index::ContentImporter> m_importer;
     std::uint64_t m_textLimit;
     bool m_loaded = false;

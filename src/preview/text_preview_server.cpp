@@ -79,7 +79,7 @@ void TextPreviewServer::serve(QLocalSocket* socket)
                 return;
             }
             send(*socket, index::MessageType::Result,
-                 index::encodeImportResult(toImportResult(m_manager.textContentsOfFile(request->path), request->id)));
+                 index::encodeImportResult(toImportResult(m_manager.textContentsOfFile(request->path, nullptr, request->textLimit), request->id)));
         }
     });
     send(*socket, index::MessageType::Hello, index::encodeHello(m_hello));

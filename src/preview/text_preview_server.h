@@ -5,7 +5,8 @@
 // new connection it greets with Hello (its importers), then answers each
 // Import with a Result holding the text the preview shows
 // (TextPreviewManager::textContentsOfFile: the helper chooses the importers
-// itself, so the request's importer and MIME type are left empty). Requests
+// itself, so the request's importer and MIME type are left empty), cut at
+// the request's text limit when it has one. Requests
 // are answered one at a time, in order. Quit, or anything that is no
 // request, closes the connection.
 //

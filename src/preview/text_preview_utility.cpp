@@ -36,11 +36,13 @@ std::string seconds(std::chrono::milliseconds limit)
 // One file asked for: filled in by the utility thread, waited for by the
 // caller.
 struct Request {
-    explicit Request(std::string p)
+    Request(std::string p, std::uint64_t limit)
         : path(std::move(p))
+        , textLimit(limit)
     {
     }
     std::string path;
+    std::uint64_t textLimit;
     std::uint64_t id = 0;  // set by the utility thread
     std::atomic<bool> abandoned{false};
 
@@ -227,7 +229,7 @@ public:
             index::ImportRequest import;
             import.id = next->id;
             import.path = next->path;
-            import.textLimit = m_options.textLimit;
+            import.textLimit = next->textLimit;
             const std::string frame =
                 index::encodeFrame(index::MessageType::Import, index::encodeImportRequest(import));
             m_socket->write(frame.data(), static_cast<qint64>(frame.size()));
@@ -443,10 +445,14 @@ std::string TextPreviewUtility::serverIdentifier() const
     return m_identifier;
 }
 
-FileContents TextPreviewUtility::textContentsOfFile(const std::string& path, const std::atomic<bool>* cancel)
+FileContents TextPreviewUtility::textContentsOfFile(const std::string& path, const std::atomic<bool>* cancel,
+                                                    std::uint64_t limit)
 {
     waitUntilStarted();
-    auto request = std::make_shared<Request>(path);
+    if (limit == 0 || (m_options.textLimit != 0 && m_options.textLimit < limit)) {
+        limit = m_options.textLimit;
+    }
+    auto request = std::make_shared<Request>(path, limit);
     {
         // Posting under the lock: the thread forgets its connection under
         // it too, before the connection goes.
@@ -489,7 +495,7 @@ FileContents TextPreviewUtility::textContentsOfFile(const std::string& path, con
     std::lock_guard guard(m_inProcessMutex);
     TextPreviewManager& manager =
         m_options.inProcessManager ? m_options.inProcessManager() : TextPreviewManager::defaultManager();
-    return manager.textContentsOfFile(path, cancel);
+    return manager.textContentsOfFile(path, cancel, limit);
 }
 
 }  // namespace trovara::preview

@@ -84,8 +84,10 @@ public:
 
     // The file's text through the helper, or in this process when the
     // helper is not used. With `cancel`, returns Cancelled soon after it is
-    // raised.
-    FileContents textContentsOfFile(const std::string& path, const std::atomic<bool>* cancel = nullptr);
+    // raised. `limit` (bytes, 0: the options' text limit) asks for the start
+    // of the text only, marked truncated when there is more.
+    FileContents textContentsOfFile(const std::string& path, const std::atomic<bool>* cancel = nullptr,
+                                    std::uint64_t limit = 0);
 
     // Waits for the first start to be over; whether the helper is in use.
     bool usesHelper();

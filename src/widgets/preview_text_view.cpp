@@ -56,6 +56,19 @@ void PreviewTextView::setText(const QString& text, std::vector<qsizetype> lines)
     relayout();
 }
 
+void PreviewTextView::extendText(const QString& text, std::vector<qsizetype> lines)
+{
+    const std::size_t top = m_top;
+    const int topOffset = m_topOffset;
+    m_text = text;
+    m_lines = lines.empty() ? preview::displayLineStarts(m_text) : std::move(lines);
+    m_anchor = std::min(m_anchor, m_text.size());
+    m_cursor = std::min(m_cursor, m_text.size());
+    m_top = top;
+    relayout();
+    m_topOffset = m_top == top ? topOffset : 0;
+}
+
 void PreviewTextView::setMatches(std::vector<preview::TermMatch> matches)
 {
     m_matches = std::move(matches);

@@ -32,6 +32,10 @@ public:
     // it; computed here when empty). Clears matches and selection.
     void setText(const QString& text, std::vector<qsizetype> lines = {});
     const QString& text() const { return m_text; }
+    // The rest of the text shown arrived (`text` starts with the text shown):
+    // keeps the scroll position, the selection and the current match; the
+    // matches are set again with setMatches().
+    void extendText(const QString& text, std::vector<qsizetype> lines = {});
     // The coloured ranges, in text order.
     void setMatches(std::vector<preview::TermMatch> matches);
     const std::vector<preview::TermMatch>& matches() const { return m_matches; }

@@ -153,6 +153,11 @@ QuickLookController::QuickLookController(QObject* parent, preview::TextPreview::
         followSelection();
     });
     connect(m_text.get(), &preview::TextPreview::textChanged, this, &QuickLookController::showText);
+    connect(m_text.get(), &preview::TextPreview::textExtended, this, [this] {
+        if (m_kind == Kind::Text && m_textView) {
+            m_textView->extendText(m_text->text(), m_text->displayLines());
+        }
+    });
     connect(m_text.get(), &preview::TextPreview::highlightsChanged, this, [this] {
         if (m_textView) {
             m_textView->setMatches(m_text->matches());
@@ -389,7 +394,7 @@ void QuickLookController::show(const QString& path, const QVariantList& values, 
             if (generation != m_generation) {
                 return;
             }
-            QVariantMap found = mediaValuesOf(reader(path.toStdString(), cancel.get()).attributes);
+            QVariantMap found = mediaValuesOf(reader(path.toStdString(), cancel.get(), 0).attributes);
             QMetaObject::invokeMethod(
                 this,
                 [this, generation, found = std::move(found)] {

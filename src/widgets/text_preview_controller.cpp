@@ -25,6 +25,7 @@ TextPreviewController::TextPreviewController(QObject* parent, preview::TextPrevi
     connect(this, &AbstractInspectorController::windowStateChanged, this,
             [this] { m_preview->setActive(isWindowLoaded() && isWindowVisible()); });
     connect(m_preview.get(), &preview::TextPreview::textChanged, this, &TextPreviewController::showText);
+    connect(m_preview.get(), &preview::TextPreview::textExtended, this, &TextPreviewController::showRestOfText);
     connect(m_preview.get(), &preview::TextPreview::highlightsChanged, this, &TextPreviewController::showHighlights);
     connect(m_preview.get(), &preview::TextPreview::currentMatchChanged, this,
             &TextPreviewController::showCurrentMatch);
@@ -34,8 +35,8 @@ preview::TextPreview::Reader TextPreviewController::helperReader()
 {
     // The helper starts when a panel is first shown (see makeContents), not
     // with the application: most sessions never open one.
-    return [](const std::string& path, const std::atomic<bool>* cancel) {
-        return preview::TextPreviewUtility::sharedTextPreviewUtility().textContentsOfFile(path, cancel);
+    return [](const std::string& path, const std::atomic<bool>* cancel, std::uint64_t limit) {
+        return preview::TextPreviewUtility::sharedTextPreviewUtility().textContentsOfFile(path, cancel, limit);
     };
 }
 
@@ -161,6 +162,15 @@ void TextPreviewController::showText()
         m_note->hide();
     }
     updateMatchCount();
+}
+
+void TextPreviewController::showRestOfText()
+{
+    if (m_view) {
+        m_view->extendText(m_preview->text(), m_preview->displayLines());
+        m_note->setText(m_preview->message());
+        m_note->setVisible(!m_preview->message().isEmpty());
+    }
 }
 
 void TextPreviewController::showHighlights()

@@ -52,6 +52,7 @@ private:
     void followSelection();
     void followSearchStrings();
     void showText();
+    void showRestOfText();
     void showHighlights();
     void showCurrentMatch(int index);
     void updateMatchCount();

@@ -170,5 +170,39 @@ TEST_F(TextPreviewManagerTest, TextStopsAtTheLimit)
     EXPECT_TRUE(text->truncated);
 }
 
+TEST_F(TextPreviewManagerTest, AFirstLookLimitCutsTheTextBetweenCharacters)
+{
+    // "é" and "è" take two bytes each: bytes 6-7 and 11-12.
+    const std::string path = file("accents.c", "// caf\u00e9 cr\u00e8me\n");
+    struct Case {
+        std::uint64_t limit;
+        std::string text;
+        bool truncated;
+    };
+    for (const Case& c : std::vector<Case>{{7, "// caf", true},
+                                           {8, "// caf\u00e9", true},
+                                           {12, "// caf\u00e9 cr", true},
+                                           {16, "// caf\u00e9 cr\u00e8me\n", false},
+                                           {0, "// caf\u00e9 cr\u00e8me\n", false}}) {
+        const FileContents contents = manager.textContentsOfFile(path, nullptr, c.limit);
+        EXPECT_EQ(contents.text, c.text) << "limit " << c.limit;
+        EXPECT_EQ(contents.truncated, c.truncated) << "limit " << c.limit;
+    }
+    // What an importer gives is cut the same way.
+    const FileContents imported = manager.textContentsOfFile(file("a.pdf", "%PDF-1.4\n"), nullptr, 4);
+    EXPECT_EQ(imported.text, "text");
+    EXPECT_TRUE(imported.truncated);
+    // The start of plain text is read directly, not by an importer reading
+    // all of it; the whole text still comes from the importer.
+    const std::string notes = file("notes.txt", "plain words\n");
+    importer->asked.clear();
+    EXPECT_EQ(manager.textContentsOfFile(notes, nullptr, 5).text, "plain");
+    EXPECT_TRUE(importer->asked.empty());
+    EXPECT_EQ(manager.textContentsOfFile(notes).text, "text from plug");
+    // The manager's own limit still wins over a larger one.
+    TextPreviewManager small(importer, 16);
+    EXPECT_EQ(small.textContentsOfFile(file("long.c", std::string(100, 'a')), nullptr, 50).text.size(), 16u);
+}
+
 }  // namespace
 }  // namespace trovara::preview

@@ -31,20 +31,29 @@ FileContents text(const std::string& words)
 // Files by path; a held file is read only once released (or given up).
 class ScriptedReader {
 public:
-    FileContents read(const std::string& path, const std::atomic<bool>* cancel)
+    // `limit` cuts the text as the helper does; a read of the whole text
+    // waits too while the rest of the file is held.
+    FileContents read(const std::string& path, const std::atomic<bool>* cancel, std::uint64_t limit = 0)
     {
         std::unique_lock guard(m_mutex);
         m_reads.append(QString::fromStdString(path));
         m_changed.notify_all();
-        while (m_held.count(path)) {
+        while (m_held.count(path) || (limit == 0 && m_held.count(path + kRest))) {
             if (cancel && cancel->load()) {
                 return FileContents::cancelled();
             }
             m_changed.wait_for(guard, std::chrono::milliseconds(5));
         }
         const auto it = m_files.find(path);
-        return it == m_files.end() ? FileContents::failed("The file cannot be read: No such file or directory")
-                                   : it->second;
+        if (it == m_files.end()) {
+            return FileContents::failed("The file cannot be read: No such file or directory");
+        }
+        FileContents contents = it->second;
+        if (limit != 0 && contents.text.size() > limit) {
+            contents.text.resize(limit);
+            contents.truncated = true;
+        }
+        return contents;
     }
 
     void put(const std::string& path, FileContents contents)
@@ -57,6 +66,9 @@ public:
         std::lock_guard guard(m_mutex);
         m_held.insert(path);
     }
+    // Holds the read of the whole text, not that of its start.
+    void holdRest(const std::string& path) { hold(path + kRest); }
+    void releaseRest(const std::string& path) { release(path + kRest); }
     void release(const std::string& path)
     {
         {
@@ -72,6 +84,7 @@ public:
     }
 
 private:
+    static constexpr const char* kRest = " (rest)";
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::map<std::string, FileContents> m_files;
@@ -83,7 +96,9 @@ class TextPreviewTest : public ::testing::Test {
 protected:
     TextPreviewTest()
         : preview(TextPreview::create(
-              [this](const std::string& path, const std::atomic<bool>* cancel) { return files.read(path, cancel); }))
+              [this](const std::string& path, const std::atomic<bool>* cancel, std::uint64_t limit) {
+                  return files.read(path, cancel, limit);
+              }))
     {
         files.put("/a.txt", text("the harbour and the sea"));
         files.put("/b.txt", text("a quiet sea"));
@@ -263,6 +278,74 @@ TEST_F(TextPreviewTest, AHiddenPreviewReadsNothingUntilItIsShown)
     EXPECT_TRUE(files.reads().isEmpty());
     preview->setActive(true);
     ASSERT_TRUE(waitUntil([&] { return preview->path() == QStringLiteral("/a.txt"); }));
+}
+
+TEST_F(TextPreviewTest, ALargeTextShowsItsStartAtOnceThenTheWholeTextWhereTheUserIs)
+{
+    files.put("/long.txt", text("a sea, a sea, and one more sea"));
+    files.holdRest("/long.txt");
+    preview->setFirstLookBytes(14);
+    preview->setQuerySearchStringArray({QStringLiteral("sea")});
+    QSignalSpy changed(preview.get(), &TextPreview::textChanged);
+    QSignalSpy extended(preview.get(), &TextPreview::textExtended);
+    QSignalSpy current(preview.get(), &TextPreview::currentMatchChanged);
+    preview->activeSelectionChanged({QStringLiteral("/long.txt")});
+    ASSERT_TRUE(waitUntil([&] { return preview->isTextVisible(); }));
+    EXPECT_EQ(preview->text(), QStringLiteral("a sea, a sea, "));
+    EXPECT_EQ(preview->matches(), (std::vector<TermMatch>{{2, 3, 0}, {9, 3, 0}}));
+    EXPECT_TRUE(preview->isLoading());
+    EXPECT_FALSE(preview->isTruncated()) << "the rest is on its way, not missing";
+    preview->goToNextMatch();
+    ASSERT_EQ(preview->currentMatch(), 1);
+    const int moves = static_cast<int>(current.count());
+
+    files.releaseRest("/long.txt");
+    ASSERT_TRUE(waitUntil([&] { return !preview->isLoading(); }));
+    EXPECT_EQ(preview->text(), QStringLiteral("a sea, a sea, and one more sea"));
+    EXPECT_EQ(preview->matches(), (std::vector<TermMatch>{{2, 3, 0}, {9, 3, 0}, {27, 3, 0}}));
+    EXPECT_EQ(preview->displayLines(), std::vector<qsizetype>{0});
+    EXPECT_TRUE(preview->message().isEmpty());
+    EXPECT_EQ(changed.count(), 1);
+    EXPECT_EQ(extended.count(), 1);
+    // The user stays at the match they went to.
+    EXPECT_EQ(preview->currentMatch(), 1);
+    EXPECT_EQ(current.count(), moves);
+}
+
+TEST_F(TextPreviewTest, MovingOnBeforeTheRestOfATextArrivesDropsTheRest)
+{
+    files.put("/long.txt", text("a sea, a sea, and one more sea"));
+    files.holdRest("/long.txt");
+    preview->setFirstLookBytes(14);
+    QStringList extended;
+    QObject::connect(preview.get(), &TextPreview::textExtended, [&] { extended.append(preview->path()); });
+    preview->activeSelectionChanged({QStringLiteral("/long.txt")});
+    ASSERT_TRUE(waitUntil([&] { return files.reads().size() == 2; }));  // the rest is being read
+    select({QStringLiteral("/b.txt")});
+    files.releaseRest("/long.txt");
+    preview->activeSelectionChanged({QStringLiteral("/c.txt")});
+    ASSERT_TRUE(waitUntil([&] { return !preview->isLoading(); }));
+    EXPECT_EQ(preview->text(), QStringLiteral("sea, sea and harbour"));
+    // c.txt is longer than the first look too: its own rest came, not long.txt's.
+    EXPECT_EQ(extended, QStringList{QStringLiteral("/c.txt")});
+    EXPECT_EQ(files.reads(), (QStringList{QStringLiteral("/long.txt"), QStringLiteral("/long.txt"),
+                                          QStringLiteral("/b.txt"), QStringLiteral("/c.txt"), QStringLiteral("/c.txt")}));
+}
+
+TEST_F(TextPreviewTest, WhenTheRestCannotBeReadTheStartStaysWithANote)
+{
+    files.put("/long.txt", text("a sea, a sea, and one more sea"));
+    files.holdRest("/long.txt");
+    preview->setFirstLookBytes(14);
+    preview->activeSelectionChanged({QStringLiteral("/long.txt")});
+    ASSERT_TRUE(waitUntil([&] { return files.reads().size() == 2; }));
+    files.put("/long.txt", FileContents::failed("The file cannot be read: No such file or directory"));
+    files.releaseRest("/long.txt");
+    ASSERT_TRUE(waitUntil([&] { return !preview->isLoading(); }));
+    EXPECT_EQ(preview->text(), QStringLiteral("a sea, a sea, "));
+    EXPECT_TRUE(preview->isTextVisible());
+    EXPECT_TRUE(preview->isTruncated());
+    EXPECT_EQ(preview->message(), QStringLiteral("Only the first 14 bytes of the text are shown."));
 }
 
 }  // namespace

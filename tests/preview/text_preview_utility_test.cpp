@@ -77,6 +77,20 @@ TEST_F(TextPreviewUtilityTest, ReadsTextThroughTheHelper)
     ASSERT_NE(index::findImported(contents.attributes, "kMDItemTitle"), nullptr);  // the plug-in's
 }
 
+TEST_F(TextPreviewUtilityTest, TheHelperSendsOnlyTheStartAskedFor)
+{
+    TextPreviewUtility utility(options());
+    ASSERT_TRUE(utility.usesHelper());
+    const std::string path = file("accents.c", "// caf\u00e9 cr\u00e8me\n");
+    const FileContents start = utility.textContentsOfFile(path, nullptr, 7);  // inside the "é"
+    EXPECT_EQ(start.outcome, FileContents::Outcome::Text);
+    EXPECT_EQ(start.text, "// caf");
+    EXPECT_TRUE(start.truncated);
+    const FileContents whole = utility.textContentsOfFile(path);
+    EXPECT_EQ(whole.text, "// caf\u00e9 cr\u00e8me\n");
+    EXPECT_FALSE(whole.truncated);
+}
+
 TEST_F(TextPreviewUtilityTest, JapaneseTextThroughTheBuiltInImporters)
 {
     std::filesystem::remove(plugins.toStdString() + "/fake.so");

@@ -85,7 +85,8 @@ protected:
         // Text is read straight from the file (the helper has tests of its
         // own); audio goes to the importers, in this process.
         panel = std::make_unique<QuickLookController>(nullptr, [this](const std::string& path,
-                                                                      const std::atomic<bool>* cancel) {
+                                                                      const std::atomic<bool>* cancel,
+                                                                      std::uint64_t) {
             if (path.ends_with(".wav")) {
                 return importers.textContentsOfFile(path, cancel);
             }

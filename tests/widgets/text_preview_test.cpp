@@ -33,7 +33,7 @@ struct ScriptedReader {
 
     preview::TextPreview::Reader reader() const
     {
-        return [reads = reads](const std::string& path, const std::atomic<bool>*) {
+        return [reads = reads](const std::string& path, const std::atomic<bool>*, std::uint64_t) {
             ++*reads;
             QFile file(QString::fromStdString(path));
             if (!file.open(QIODevice::ReadOnly)) {
@@ -216,6 +216,32 @@ TEST_F(TextPreviewTest, TheViewSelectsAndCopiesItsText)
     EXPECT_EQ(panel->previewView()->selectedText(), QStringLiteral("first line\nsecond line"));
 }
 
+TEST(PreviewTextViewTest, TheRestOfATextArrivingKeepsThePlaceTheSelectionAndTheCurrentMatch)
+{
+    QString start;
+    for (int line = 0; line < 400; ++line) {
+        start += QStringLiteral("line %1\n").arg(line, 3, 10, QLatin1Char('0'));
+    }
+    widgets::PreviewTextView view;
+    view.resize(300, 200);
+    view.setText(start);
+    const qsizetype at = start.indexOf(QStringLiteral("line 300"));
+    view.setMatches({{at, 4, 0}});
+    view.setCurrentMatch(0);
+    const std::size_t top = view.topLine();
+    ASSERT_GT(top, 250u);
+    view.selectAll();
+
+    const QString whole = start + QStringLiteral("and the rest\n");
+    view.extendText(whole);
+    EXPECT_EQ(view.text(), whole);
+    EXPECT_EQ(view.topLine(), top);
+    EXPECT_EQ(view.selectedText(), start) << "the selection stays where it was";
+    view.setMatches({{at, 4, 0}, {whole.indexOf(QStringLiteral("rest")), 4, 0}});
+    view.setCurrentMatch(0);
+    EXPECT_EQ(view.topLine(), top);
+    EXPECT_TRUE(view.isRangeVisible(at, 4));
+}
 
 // The scroll bar covers what lies beyond the view and no more: a text that
 // fits has nothing to scroll, and at the end of a long one its last line is
