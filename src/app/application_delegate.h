@@ -186,6 +186,8 @@ public:
     void activate();
     // A new document, then to the front.
     document::Document* activateNewDocument();
+    // Asks the window layer for the preferences window, in front.
+    void showPreferences() { emit preferencesRequested(); }
     // The window layer reports whether one of Trovara's windows is active.
     void setApplicationActive(bool active) { m_applicationActive = active; }
 
@@ -208,6 +210,7 @@ signals:
     // Bring Trovara's front window (or this document's window) to the front.
     void activationRequested();
     void documentWindowRequested(trovara::document::Document* document);
+    void preferencesRequested();
 
 private:
     int runAlert(const QString& title, const QString& message, const QStringList& buttons);

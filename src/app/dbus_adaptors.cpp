@@ -233,6 +233,13 @@ void ApplicationAdaptor::ActivateNewDocument()
     }
 }
 
+void ApplicationAdaptor::ShowPreferences()
+{
+    if (acceptCaller()) {
+        m_service.delegate().showPreferences();
+    }
+}
+
 // --- A document --------------------------------------------------------------------------------
 
 DocumentObject::DocumentObject(ScriptingService& service, document::Document* document, QString path)

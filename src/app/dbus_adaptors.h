@@ -64,6 +64,7 @@ public slots:
     void OpenUrl(const QString& url);
     void Activate();
     void ActivateNewDocument();
+    void ShowPreferences();
 
 signals:
     void trovaraPreferencesChanged();

@@ -308,6 +308,28 @@ QString keyCombinationText(const KeyCombination& combination)
     return parts.join(QLatin1Char('+'));
 }
 
+QString portalShortcutTrigger(const KeyCombination& combination)
+{
+    const KeyEntry* entry = entryForCode(combination.keyCode);
+    if (!entry) {
+        return {};
+    }
+    static constexpr std::pair<int, const char*> kPortalModifiers[] = {
+        {kCommandKeyMask, "CTRL"},
+        {kOptionKeyMask, "ALT"},
+        {kShiftKeyMask, "SHIFT"},
+        {kControlKeyMask, "LOGO"},
+    };
+    QStringList parts;
+    for (const auto& [stored, name] : kPortalModifiers) {
+        if (combination.modifiers & stored) {
+            parts << QLatin1String(name);
+        }
+    }
+    parts << QLatin1String(entry->gtkName);
+    return parts.join(QLatin1Char('+'));
+}
+
 std::optional<KeyCombination> parsePortableShortcut(const QString& text)
 {
     // "+" is a key too: "Ctrl++" ends in it.

@@ -67,6 +67,11 @@ KeyCombination combinationFromQt(int qtKey, Qt::KeyboardModifiers modifiers);
 // for an invalid combination.
 QString keyCombinationText(const KeyCombination& combination);
 
+// The trigger the desktop portal's global shortcuts take (the XDG shortcut
+// form: "CTRL+ALT+Right", "LOGO+SHIFT+a", "KP_7"): modifiers in capitals,
+// then the key's keysym name. Empty for an invalid combination.
+QString portalShortcutTrigger(const KeyCombination& combination);
+
 // A shortcut as KDE writes it ("Meta+Ctrl+Right", "Alt+F4"), or as GNOME
 // writes an accelerator ("<Super><Control>Right", "<Primary><Alt>t").
 // Nothing for an empty text, a key Trovara cannot store or an unknown

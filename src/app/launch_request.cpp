@@ -54,6 +54,9 @@ LaunchRequest::Handover LaunchRequest::forward(QDBusConnection connection) const
     case Action::ActivateNew:
         method = QStringLiteral("ActivateNewDocument");
         break;
+    case Action::ShowPreferences:
+        method = QStringLiteral("ShowPreferences");
+        break;
     case Action::Open:
         break;
     }
@@ -99,6 +102,9 @@ void LaunchRequest::perform(ApplicationDelegate& delegate) const
         return;
     case Action::ActivateNew:
         delegate.activateNewDocument();
+        return;
+    case Action::ShowPreferences:
+        delegate.showPreferences();
         return;
     }
 }

@@ -1,7 +1,7 @@
 // What one `trovara` command line asks for beyond opening files: a quick
 // search for the primary selection (--quick-search), bringing Trovara to
 // the front (--activate), or to the front with a new search
-// (--activate-new). These are the commands a desktop binds to its own
+// (--activate-new), or its preferences (--preferences). These are the commands a desktop binds to its own
 // keyboard shortcuts when Trovara's helper cannot register them.
 //
 // Like files and folders, the request goes to the Trovara that already
@@ -24,6 +24,7 @@ struct LaunchRequest {
         QuickSearch, // the selection's text, in every field
         Activate,
         ActivateNew,
+        ShowPreferences,
     };
     Action action = Action::Open;
     QStringList locations; // absolute paths and URLs
@@ -33,6 +34,7 @@ struct LaunchRequest {
     static constexpr const char* kQuickSearchSwitch = "quick-search";
     static constexpr const char* kActivateSwitch = "activate";
     static constexpr const char* kActivateNewSwitch = "activate-new";
+    static constexpr const char* kPreferencesSwitch = "preferences";
 
     enum class Handover {
         Forwarded,  // the running Trovara took it; this process ends

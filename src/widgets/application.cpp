@@ -146,6 +146,7 @@ void Application::setUp()
     // cannot be carried out, and for the front otherwise.
     connect(m_delegate.get(), &app::ApplicationDelegate::beepRequested, this, [] { QApplication::beep(); });
     connect(m_delegate.get(), &app::ApplicationDelegate::activationRequested, this, &Application::bringToFront);
+    connect(m_delegate.get(), &app::ApplicationDelegate::preferencesRequested, this, &Application::showPreferences);
     connect(m_delegate.get(), &app::ApplicationDelegate::documentWindowRequested, this,
             [this](document::Document* document) {
                 DocumentWindow* window = windowForDocument(document);
@@ -589,6 +590,7 @@ PreferencesController* Application::showPreferences()
 {
     if (!m_preferences) {
         m_preferences = new PreferencesController(*m_delegate);
+        m_preferences->setIndexerSwitch(app::SpotlightService::forDesktop());
     } else {
         m_preferences->loadFromDefaults();
     }

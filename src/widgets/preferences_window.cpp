@@ -179,7 +179,8 @@ PreferencesController::PreferencesController(app::ApplicationDelegate& delegate,
     });
     m_systemSearch = new QPushButton(tr("Turn Off the Desktop's File &Indexer"), desktop);
     m_systemSearch->setAccessibleName(tr("Turn off the desktop's file indexer"));
-    m_systemSearch->setEnabled(false);
+    m_systemSearch->setVisible(false);
+    connect(m_systemSearch, &QPushButton::clicked, this, &PreferencesController::indexerButtonPressed);
     m_installTemplates = new QPushButton(tr("Install &Default Templates"), desktop);
     m_installTemplates->setAccessibleName(tr("Install default templates"));
     auto* installed = new QLabel(desktop);
@@ -214,6 +215,35 @@ void PreferencesController::setRefusalPresenter(std::function<void(const QString
     for (ShortcutRecorder* recorder : m_recorders) {
         recorder->setRefusalPresenter(presenter);
     }
+}
+
+void PreferencesController::setIndexerSwitch(std::unique_ptr<app::SpotlightService> indexer)
+{
+    m_indexer = std::move(indexer);
+    setUpIndexerButton();
+}
+
+void PreferencesController::setUpIndexerButton()
+{
+    const bool offered = m_indexer && m_indexer->serviceExists();
+    m_systemSearch->setVisible(offered);
+    if (offered) {
+        const QString title = m_indexer->buttonTitle();
+        m_systemSearch->setText(title);
+        m_systemSearch->setAccessibleName(title);
+    }
+}
+
+void PreferencesController::indexerButtonPressed()
+{
+    if (!m_indexer) {
+        return;
+    }
+    const Status changed = m_indexer->isEnabled() ? m_indexer->disable() : m_indexer->enable();
+    if (!changed) {
+        m_delegate.presentError(changed.error());
+    }
+    setUpIndexerButton();
 }
 
 void PreferencesController::loadFromDefaults()

@@ -11,19 +11,21 @@
 //   "blitzSearchHotKey", "bringToFrontHotKey" and
 //   "bringToFrontAndCreateHotKey". A combination the desktop already uses,
 //   or another of Trovara's shortcuts, is refused.
-// - Desktop: the file manager's "Search here" item and the desktop's own
-//   file indexer switch (disabled until their adapters are wired to the
-//   buttons), and installing the default templates again.
+// - Desktop: the file manager's "Search here" item, the desktop's own
+//   file indexer switch (hidden where the desktop has none of the indexers
+//   Trovara knows), and installing the default templates again.
 //
 // Every control writes through at once; there is no Apply. Main thread only.
 #pragma once
 
 #include "app/application_delegate.h"
+#include "app/spotlight_service.h"
 #include "app/system_shortcuts.h"
 
 #include <QDialog>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -48,6 +50,9 @@ public:
     // How a refused shortcut is shown (by default a warning on this window).
     void setRefusalPresenter(std::function<void(const QString& message)> presenter);
 
+    // The desktop indexer's switch behind the button; none hides it.
+    void setIndexerSwitch(std::unique_ptr<app::SpotlightService> indexer);
+
     // Sets every control from the user defaults.
     void loadFromDefaults();
 
@@ -66,6 +71,8 @@ private:
     QString refusalFor(int recorderIndex, const app::KeyCombination& combination);
     void recorderChanged(int recorderIndex, const app::KeyCombination& combination);
     void checkBoxToggled(const QString& key, bool checked);
+    void setUpIndexerButton();
+    void indexerButtonPressed();
 
     app::ApplicationDelegate& m_delegate;
     std::optional<app::SystemShortcuts> m_systemShortcuts;
@@ -75,6 +82,7 @@ private:
     QPushButton* m_fileManagerItem = nullptr;
     QPushButton* m_systemSearch = nullptr;
     QPushButton* m_installTemplates = nullptr;
+    std::unique_ptr<app::SpotlightService> m_indexer;
 };
 
 }  // namespace trovara::widgets

@@ -1,8 +1,11 @@
 #include "widgets/screenshots.h"
 
+#include "app/key_combination.h"
 #include "document/document.h"
 #include "editors/document_editors.h"
+#include "helper/helper_controller.h"
 #include "model/criteria_json.h"
+#include "model/defaults.h"
 #include "model/query_item.h"
 #include "query/metadata_query_controller.h"
 #include "query/result_table_model.h"
@@ -10,6 +13,7 @@
 #include "widgets/attribute_selection_sheet.h"
 #include "widgets/document_window.h"
 #include "widgets/file_operation_scenes.h"
+#include "widgets/helper_tray.h"
 #include "widgets/inspector_controller.h"
 #include "widgets/preferences_window.h"
 #include "widgets/query_inspector_controller.h"
@@ -26,7 +30,9 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
+#include <QDBusConnection>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPainter>
 #include <QPalette>
 #include <QTableView>
@@ -235,11 +241,36 @@ const std::vector<std::pair<QString, ScreenshotScene>>& screenshotScenes()
          }},
         {QStringLiteral("preferences"),
          [](Application& application, DocumentWindow&) {
+             // A quick-search hot key as a user records it (the other two
+             // keep their defaults).
+             model::Defaults::shared().setValue(
+                 QStringLiteral("blitzSearchHotKey"),
+                 app::KeyCombination{0x31, app::kCommandKeyMask | app::kOptionKeyMask}.toDictionary());
              PreferencesController* preferences = application.showPreferences();
              preferences->adjustSize();
              settleForScreenshot();
              QPixmap picture = preferences->grab();
              preferences->close();
+             return picture;
+         }},
+        {QStringLiteral("helper-menu"),
+         [](Application&, DocumentWindow&) {
+             // The helper's menu as the panel shows it; nothing is sent
+             // anywhere (no bus).
+             helper::HelperController controller(
+                 QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/bus"),
+                                               QStringLiteral("screenshot-no-bus")),
+                 {});
+             QPixmap picture;
+             {
+                 HelperTray tray(controller);
+                 tray.menu()->adjustSize();
+                 tray.menu()->popup(QPoint(40, 40));
+                 settleForScreenshot();
+                 picture = tray.menu()->grab();
+                 tray.menu()->hide();
+             }
+             QDBusConnection::disconnectFromBus(QStringLiteral("screenshot-no-bus"));
              return picture;
          }},
         {QStringLiteral("template-sheet"),

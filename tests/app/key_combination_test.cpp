@@ -110,6 +110,29 @@ TEST(KeyCombinationText, NamesModifiersThenKey)
     EXPECT_EQ(app::keyCombinationText({}), QString());
 }
 
+TEST(PortalShortcutTrigger, WritesTheKeysymFormTheDesktopPortalTakes)
+{
+    const struct {
+        app::KeyCombination combination;
+        const char* trigger;
+    } rows[] = {
+        // The registered defaults: command+control and command+option+control
+        // with the right arrow.
+        {{0x7C, 4352}, "CTRL+LOGO+Right"},
+        {{0x7C, 6400}, "CTRL+ALT+LOGO+Right"},
+        {{0x00, app::kShiftKeyMask | app::kCommandKeyMask}, "CTRL+SHIFT+a"},
+        {{0x31, app::kOptionKeyMask}, "ALT+space"},
+        {{0x59, app::kCommandKeyMask}, "CTRL+KP_7"},
+        {{0x60, 0}, "F5"},
+        {{0x2F, app::kControlKeyMask}, "LOGO+period"},
+        {{-1, app::kCommandKeyMask}, ""},
+        {{0x7F7F, 0}, ""},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(app::portalShortcutTrigger(row.combination), QLatin1String(row.trigger)) << row.trigger;
+    }
+}
+
 TEST(KeyCombinationDictionary, RoundTripsAndRefusesMalformedEntries)
 {
     const KeyCombination combination{124, 4352};

@@ -508,6 +508,9 @@ TEST_F(ScriptingServiceTest, SwitchesOfASecondInstanceReachTheRunningOne)
     EXPECT_EQ(forward({Action::Activate, {}, {}}), Handover::Forwarded);
     EXPECT_EQ(delegate->documents().size(), 2u);
     EXPECT_EQ(activated.count(), 3);
+    QSignalSpy preferences(delegate.get(), &ApplicationDelegate::preferencesRequested);
+    EXPECT_EQ(forward({Action::ShowPreferences, {}, {}}), Handover::Forwarded);
+    EXPECT_EQ(preferences.count(), 1);
     EXPECT_EQ(beeps.count(), 0);
 
     // With no Trovara running, the new one carries the request out itself.
@@ -533,6 +536,9 @@ TEST_F(ScriptingServiceTest, SwitchesCarriedOutByTheOnlyInstance)
     EXPECT_EQ(delegate->documents().size(), 2u);
     app::LaunchRequest{Action::Open, {}, {}}.perform(*delegate);
     EXPECT_EQ(delegate->documents().size(), 2u);
+    QSignalSpy preferences(delegate.get(), &ApplicationDelegate::preferencesRequested);
+    app::LaunchRequest{Action::ShowPreferences, {}, {}}.perform(*delegate);
+    EXPECT_EQ(preferences.count(), 1);
     EXPECT_EQ(activated.count(), 2);
     EXPECT_EQ(beeps.count(), 1);
 }

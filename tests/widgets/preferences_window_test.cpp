@@ -6,6 +6,7 @@
 #include "widgets/shortcut_recorder.h"
 
 #include "app/file_manager_actions.h"
+#include "common/error_presenter.h"
 #include "focus_walk.h"
 #include "model/defaults.h"
 #include "test_support.h"
@@ -91,8 +92,8 @@ TEST_F(PreferencesWindowTest, TabReachesEveryEnabledControlAndEachHasAName)
     // buttons, the template button and Close.
     EXPECT_GE(walk.forward.size(), 16u);
     EXPECT_EQ(walk.forward.size(), walk.backward.size() + 1);
-    // Waiting for its adapter, the indexer switch is there but off.
-    EXPECT_FALSE(preferences.systemSearchButton()->isEnabled());
+    // Without an indexer on the desktop there is no switch for it.
+    EXPECT_FALSE(preferences.systemSearchButton()->isVisibleTo(&preferences));
     EXPECT_FALSE(preferences.fileManagerItemButton()->accessibleName().isEmpty());
 }
 
@@ -210,6 +211,53 @@ TEST_F(PreferencesWindowTest, TemplateButtonInstallsTheDefaultTemplatesWhateverT
     preferences.installTemplatesButton()->click();
     EXPECT_TRUE(QFileInfo::exists(app::ApplicationDelegate::templateFolder() + QStringLiteral("/Images.trova")));
     QDir(shipped).removeRecursively();
+}
+
+TEST_F(PreferencesWindowTest, IndexerButtonSwitchesTheDesktopsIndexerAndShowsItsFailure)
+{
+    // GNOME's indexer, on; every command answered here and none run.
+    const QString read = QStringLiteral("/usr/bin/gsettings get org.freedesktop.Tracker3.Miner.Files crawling-interval");
+    QString interval = QStringLiteral("-1");
+    int failingExit = 0;
+    QStringList ran;
+    const app::CommandRunner runner = [&](const QString& program, const QStringList& arguments) {
+        const QString command = (QStringList{program} + arguments).join(QLatin1Char(' '));
+        ran << command;
+        if (command == read) {
+            return app::CommandOutput{true, 0, interval};
+        }
+        if (command.contains(QLatin1String("crawling-interval -2"))) {
+            interval = QStringLiteral("-2");
+        }
+        return app::CommandOutput{true, failingExit, {}};
+    };
+    const app::ProgramFinder finder = [](const QString& name) {
+        return name == QLatin1String("tracker3") || name == QLatin1String("gsettings") ? QStringLiteral("/usr/bin/") + name
+                                                                                       : QString();
+    };
+    std::vector<Error> presented;
+    const ErrorPresenter previous = setErrorPresenter([&](const Error& error) { presented.push_back(error); });
+
+    PreferencesController& preferences = open();
+    preferences.setIndexerSwitch(app::SpotlightService::forDesktop(runner, finder));
+    QPushButton* button = preferences.systemSearchButton();
+    ASSERT_TRUE(button->isVisibleTo(&preferences));
+    EXPECT_EQ(button->text(), QStringLiteral("Disable standard LocalSearch file indexer"));
+    EXPECT_EQ(button->accessibleName(), button->text());
+    button->click();
+    EXPECT_TRUE(ran.contains(QStringLiteral("/usr/bin/tracker3 daemon -t")));
+    EXPECT_EQ(button->text(), QStringLiteral("Enable standard LocalSearch file indexer"));
+    EXPECT_TRUE(presented.empty());
+
+    failingExit = 1;
+    button->click();
+    ASSERT_EQ(presented.size(), 1u);
+    EXPECT_EQ(presented[0].description, QStringLiteral("Failed to modify LocalSearch file indexer configuration"));
+    EXPECT_EQ(button->text(), QStringLiteral("Enable standard LocalSearch file indexer"));
+
+    preferences.setIndexerSwitch(nullptr);
+    EXPECT_FALSE(button->isVisibleTo(&preferences));
+    setErrorPresenter(previous);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "app/launch_request.h"
 #include "app/scripting_service.h"
 #include "common/log.h"
+#include "helper/helper_launcher.h"
 #include "index/index.h"
 #include "index/standard_services.h"
 #include "presentation/column_formatters.h"
@@ -52,7 +53,10 @@ int main(int argc, char** argv)
                                       QStringLiteral("Bring Trovara to the front."));
     QCommandLineOption activateNewOption(QLatin1String(LaunchRequest::kActivateNewSwitch),
                                          QStringLiteral("Bring Trovara to the front with a new search."));
+    QCommandLineOption preferencesOption(QLatin1String(LaunchRequest::kPreferencesSwitch),
+                                         QStringLiteral("Show Trovara's preferences."));
     parser.addOption(quickSearchOption);
+    parser.addOption(preferencesOption);
     parser.addOption(activateOption);
     parser.addOption(activateNewOption);
     parser.addOption(indexOption);
@@ -69,9 +73,9 @@ int main(int argc, char** argv)
     LaunchRequest request;
     request.locations = ScriptingService::locationsFromArguments(parser.positionalArguments(), QDir::currentPath());
     const int actions = int(parser.isSet(quickSearchOption)) + int(parser.isSet(activateOption)) +
-                        int(parser.isSet(activateNewOption));
+                        int(parser.isSet(activateNewOption)) + int(parser.isSet(preferencesOption));
     if (actions > 1 || (actions == 1 && !request.locations.isEmpty())) {
-        std::fprintf(stderr, "trovara: --quick-search, --activate and --activate-new go alone\n");
+        std::fprintf(stderr, "trovara: --quick-search, --activate, --activate-new and --preferences go alone\n");
         return 2;
     }
     if (parser.isSet(quickSearchOption)) {
@@ -81,6 +85,8 @@ int main(int argc, char** argv)
         request.action = LaunchRequest::Action::Activate;
     } else if (parser.isSet(activateNewOption)) {
         request.action = LaunchRequest::Action::ActivateNew;
+    } else if (parser.isSet(preferencesOption)) {
+        request.action = LaunchRequest::Action::ShowPreferences;
     }
     const QStringList& locations = request.locations;
     if (!rendering) {
@@ -103,10 +109,19 @@ int main(int argc, char** argv)
                                                                  : trovara::index::Index::defaultDirectory();
     trovara::daemon::QuerySourceOptions options;
     options.embeddedOnly = parser.isSet(embeddedOption);
+    // The helper (hot keys, global menu item) follows its switches; not
+    // for pictures, and not without a session bus to reach it.
+    const QString helperProgram = trovara::helper::HelperLauncher::installedHelperProgram();
+    trovara::helper::HelperLauncher helper(trovara::helper::LoginItems(),
+                                           trovara::helper::HelperLauncher::systemProcess(helperProgram),
+                                           helperProgram);
     trovara::widgets::Application shell(indexDirectory, trovara::index::standardServices(), options);
     trovara::widgets::FileOperationCommands fileOperations(shell);
     trovara::widgets::StartupTrace trace(shell);
     trovara::app::ApplicationDelegate& delegate = shell.delegate();
+    if (!rendering && QDBusConnection::sessionBus().isConnected()) {
+        delegate.setHelperSwitch(&helper);
+    }
     ScriptingService scripting(delegate);
     QObject::connect(&scripting, &ScriptingService::activationRequested, &shell,
                      &trovara::widgets::Application::bringToFront);
