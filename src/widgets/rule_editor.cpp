@@ -738,8 +738,12 @@ bool RuleEditorLine::eventFilter(QObject* watched, QEvent* event)
     }
     // A line is dragged by its grip within its editor, the place it would
     // go marked as the mouse moves.
+    const QEvent::Type type = event->type();
+    if (type != QEvent::MouseButtonPress && type != QEvent::MouseMove && type != QEvent::MouseButtonRelease) {
+        return QWidget::eventFilter(watched, event);
+    }
     auto* mouse = static_cast<QMouseEvent*>(event);
-    switch (event->type()) {
+    switch (type) {
     case QEvent::MouseButtonPress:
         if (mouse->button() == Qt::LeftButton) {
             m_pressed = mouse->position().toPoint();
