@@ -361,17 +361,24 @@ void Application::windowActivated(DocumentWindow* window)
     setActiveDocument(&window->document());
 }
 
+// The window leaves the list; when its document was the active one, the
+// last window left (if any) becomes active.
+void Application::forgetWindow(DocumentWindow* window)
+{
+    m_windows.erase(std::remove(m_windows.begin(), m_windows.end(), QPointer<DocumentWindow>(window)),
+                    m_windows.end());
+    if (m_activeDocument == &window->document()) {
+        const std::vector<DocumentWindow*> left = windows();
+        setActiveDocument(left.empty() ? nullptr : &left.back()->document());
+    }
+}
+
 void Application::windowClosed(DocumentWindow* window)
 {
     document::Document* document = &window->document();
     document->stopQuery();
     window->hide();
-    m_windows.erase(std::remove(m_windows.begin(), m_windows.end(), QPointer<DocumentWindow>(window)),
-                    m_windows.end());
-    if (m_activeDocument == document) {
-        const std::vector<DocumentWindow*> left = windows();
-        setActiveDocument(left.empty() ? nullptr : &left.back()->document());
-    }
+    forgetWindow(window);
     // The window goes first (it shows the document's results), then the
     // document; not from inside the window's own close event.
     // Opened again in the meantime, it has a new window and stays open.
@@ -395,12 +402,7 @@ void Application::documentWillClose(document::Document* document)
         return;
     }
     document->stopQuery();
-    m_windows.erase(std::remove(m_windows.begin(), m_windows.end(), QPointer<DocumentWindow>(window)),
-                    m_windows.end());
-    if (m_activeDocument == document) {
-        const std::vector<DocumentWindow*> left = windows();
-        setActiveDocument(left.empty() ? nullptr : &left.back()->document());
-    }
+    forgetWindow(window);
     delete window;
     if (windows().empty()) {
         QTimer::singleShot(0, this, [this] {

@@ -145,6 +145,7 @@ private:
     void startFirstIndexing();
     void showIndexingText(const QString& text);
     void windowActivated(DocumentWindow* window);
+    void forgetWindow(DocumentWindow* window);
     void windowClosed(DocumentWindow* window);
     void documentWillClose(document::Document* document);
     int runAlert(const query::Alert& alert);
