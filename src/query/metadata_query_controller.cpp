@@ -27,6 +27,11 @@ constexpr double kFarPastReferenceSeconds = -63113904000.0;
 
 const QString kNameColumn = QStringLiteral("kMDItemDisplayName");
 
+// While gathering, at most this many results are listed in one turn of the
+// event loop (the rest on the next ones), so that the window stays
+// responsive however fast results come.
+constexpr std::size_t kListedPerTurn = 2000;
+
 bool showResultsImmediately()
 {
     return model::Defaults::shared().boolValue(QStringLiteral("showResultsImmediately"));
@@ -349,6 +354,7 @@ void MetadataQueryController::startQuery(bool alternateKeyDown)
     ++m_restartRequest;
     m_ignoredCount = 0;
     m_results->setContent({});
+    m_listedCount = 0;
     prepareColumns();
 
     bool includeInvisibleFiles = model::Defaults::shared().boolValue(QStringLiteral("includeInvisibleFiles"));
@@ -431,7 +437,7 @@ void MetadataQueryController::setMetadataQuery(std::unique_ptr<index::LiveQuery>
     if (m_metadataQuery) {
         m_metadataQuery->onProgress = [this] { queryDidProgress(); };
         m_metadataQuery->onFinished = [this] { queryDidFinishGathering(); };
-        m_metadataQuery->onUpdate = [this](const index::LiveQuery::Update&) { queryDidUpdate(); };
+        m_metadataQuery->onUpdate = [this](const index::LiveQuery::Update& update) { queryDidUpdate(update); };
         if (!wasAlive) {
             queryDidStart();
         }
@@ -444,6 +450,8 @@ void MetadataQueryController::setMetadataQuery(std::unique_ptr<index::LiveQuery>
 void MetadataQueryController::queryDidStart()
 {
     m_isGathering = true;
+    m_listedCount = 0;
+    m_listingDue = false;
     m_results->setContent({});
     setBusy(true);
     updateStatusLine();
@@ -451,12 +459,6 @@ void MetadataQueryController::queryDidStart()
 
 void MetadataQueryController::queryDidProgress()
 {
-    if (showResultsImmediately()) {
-        reloadResults();
-        if (m_metadataQuery->resultCount() > 0) {
-            m_results->setSelectionIndex(0);
-        }
-    }
     // The query neither stores nor counts an excluded result: its count
     // is already net of ignoredCount().
     if (m_metadataQuery->resultCount() >= static_cast<std::size_t>(m_resultCap)) {
@@ -475,7 +477,72 @@ void MetadataQueryController::queryDidProgress()
         return;
     }
     setGathering(true);
-    updateStatusLine();
+    if (showResultsImmediately()) {
+        scheduleListing();
+    } else {
+        updateStatusLine();
+    }
+}
+
+void MetadataQueryController::scheduleListing()
+{
+    if (m_listingDue) {
+        return;
+    }
+    m_listingDue = true;
+    QMetaObject::invokeMethod(
+        this,
+        [self = QPointer<MetadataQueryController>(this)] {
+            if (!self || !self->m_listingDue) {
+                return;  // listed already (gathering ended, or the query stopped)
+            }
+            self->m_listingDue = false;
+            if (!self->m_metadataQuery || !self->m_isGathering) {
+                return;
+            }
+            const bool wasEmpty = self->m_results->content().empty();
+            if (!self->listNewResults(kListedPerTurn)) {
+                self->scheduleListing();  // the rest on the next turn
+            }
+            if (wasEmpty && self->m_results->rowCount() > 0 && !self->m_results->selectedObject()) {
+                self->m_results->setSelectionIndex(0);
+            }
+            self->updateStatusLine();
+        },
+        Qt::QueuedConnection);
+}
+
+bool MetadataQueryController::listNewResults(std::size_t atMost)
+{
+    m_listingDue = false;
+    if (!m_metadataQuery) {
+        return true;
+    }
+    const index::LiveQuery& query = *m_metadataQuery;
+    const auto count = static_cast<long long>(query.resultCount());
+    const auto& content = m_results->content();
+    // Without a limit the query only appends while it gathers: the list is
+    // its first m_listedCount results, unless something went meanwhile.
+    const bool follows = m_limitValue <= 0 && m_listedCount >= 0 && m_listedCount <= count
+                         && count <= m_resultCap && static_cast<long long>(content.size()) == m_listedCount
+                         && (m_listedCount == 0
+                             || query.resultAt(static_cast<std::size_t>(m_listedCount - 1)).get() == content.back().get());
+    if (!follows) {
+        reloadResults();
+        return true;
+    }
+    const auto end = static_cast<std::size_t>(m_listedCount)
+                     + std::min(static_cast<std::size_t>(count - m_listedCount), atMost);
+    std::vector<std::shared_ptr<ResultItem>> added;
+    added.reserve(end - static_cast<std::size_t>(m_listedCount));
+    for (auto i = static_cast<std::size_t>(m_listedCount); i < end; ++i) {
+        if (std::shared_ptr<void> result = query.resultAt(i)) {
+            added.push_back(std::static_pointer_cast<ResultItem>(std::move(result)));
+        }
+    }
+    m_listedCount = static_cast<long long>(end);
+    m_results->addContent(std::move(added));
+    return end == static_cast<std::size_t>(count);
 }
 
 void MetadataQueryController::tooManyMatchesSheetDidEnd()
@@ -486,21 +553,42 @@ void MetadataQueryController::tooManyMatchesSheetDidEnd()
 void MetadataQueryController::queryDidFinishGathering()
 {
     prepareColumns();
-    reloadResults();
+    listNewResults();
     setGathering(false);
     updateStatusLine();
     setBusy(false);
 }
 
-void MetadataQueryController::queryDidUpdate()
+void MetadataQueryController::queryDidUpdate(const index::LiveQuery::Update& update)
 {
     emit busyIndicatorStepped();
-    reloadResults();
+    const auto count = static_cast<long long>(m_metadataQuery->resultCount());
+    const auto listed = static_cast<long long>(m_results->content().size());
+    // Without a limit the update names every result that came, went or
+    // changed: those alone are touched.
+    if (m_limitValue <= 0 && m_listedCount >= 0 && count <= m_resultCap
+        && listed + static_cast<long long>(update.added.size()) - static_cast<long long>(update.removed.size())
+               == count) {
+        const auto results = [](const std::vector<std::shared_ptr<void>>& list) {
+            std::vector<std::shared_ptr<ResultItem>> items;
+            items.reserve(list.size());
+            for (const std::shared_ptr<void>& result : list) {
+                items.push_back(std::static_pointer_cast<ResultItem>(result));
+            }
+            return items;
+        };
+        m_results->applyChanges(results(update.added), results(update.removed), results(update.changed));
+        m_listedCount = count;
+    } else {
+        reloadResults();
+    }
     updateStatusLine();
 }
 
 void MetadataQueryController::reloadResults()
 {
+    m_listingDue = false;
+    m_listedCount = -1;
     if (!m_metadataQuery) {
         return;
     }
@@ -517,6 +605,8 @@ void MetadataQueryController::reloadResults()
             list.push_back(std::static_pointer_cast<ResultItem>(std::move(result)));
         }
     }
+    // The list follows the query's order as long as nothing was left out.
+    m_listedCount = list.size() == count ? static_cast<long long>(count) : -1;
     m_results->setContent(std::move(list));
     query.resumeUpdates();
 }

@@ -14,9 +14,11 @@
 // files' changes). startQuery() goes from Idle to Gathering, the end of
 // gathering to Live, stopQuery() back to Idle.
 //
-// The result list (resultArray(), the content of results()) is rebuilt from
-// the query at each batch (when "showResultsImmediately" is on), at the end
-// of gathering and at every live change: at most limitValue results when a
+// The result list (resultArray(), the content of results()) follows the
+// query: the results of the batches that came during one turn of the event
+// loop are added together on the next (when "showResultsImmediately" is on),
+// the rest at the end of gathering, and each live change adds, removes or
+// updates only the results it names: at most limitValue results when a
 // limit is set, never more than 50000. A query that reaches 50000 results
 // (after exclusions) is stopped and the alert "Your query produced more
 // than 50000 matches" is shown through the alert presenter. The status
@@ -45,6 +47,7 @@
 #include <QObject>
 #include <QStringList>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -211,7 +214,14 @@ private:
     void queryDidStart();
     void queryDidProgress();
     void queryDidFinishGathering();
-    void queryDidUpdate();
+    void queryDidUpdate(const index::LiveQuery::Update& update);
+    // Lists what the query found since the last listing, at most `atMost`
+    // of it; the whole list again when it cannot follow the query's order
+    // by appending. True when everything found is listed.
+    bool listNewResults(std::size_t atMost = SIZE_MAX);
+    // The listing of the results that came during gathering, once per turn
+    // of the event loop however many batches came in it.
+    void scheduleListing();
     void tooManyMatchesSheetDidEnd();
     std::shared_ptr<void> createResult(const index::ItemRef& item);
     void setGathering(bool gathering);
@@ -240,6 +250,10 @@ private:
     int m_resultCap = kResultCap;
     std::optional<index::LiveQueryBatching> m_batchingOverride;
     QString m_queryString;
+    // How many of the query's results the list holds, in the query's order
+    // (-1: the list does not follow the query's order; it is rebuilt).
+    long long m_listedCount = -1;
+    bool m_listingDue = false;
 
     int m_filterType = 100;
     QString m_filterString;

@@ -240,4 +240,29 @@ std::vector<ResultItem*> arrangeResults(const std::vector<std::shared_ptr<Result
     return arranged;
 }
 
+int compareArranged(const ResultItem& a, const ResultItem& b, const std::vector<SortDescriptor>& sortDescriptors)
+{
+    for (const SortDescriptor& descriptor : sortDescriptors) {
+        int order = 0;
+        const presentation::LocalizedSortKey* keyA = nullptr;
+        const presentation::LocalizedSortKey* keyB = nullptr;
+        if (descriptor.comparison == SortDescriptor::Comparison::LocalizedCaseInsensitive) {
+            // The results keep their collation keys: no text is collated twice.
+            const quint64 generation = presentation::LocalizedSortKey::currentGeneration();
+            keyA = a.localizedSortKey(descriptor.key, generation);
+            keyB = b.localizedSortKey(descriptor.key, generation);
+        }
+        if (keyA && keyB) {
+            order = keyA->compare(*keyB);
+            order = descriptor.ascending ? order : -order;
+        } else {
+            order = descriptor.compare(a.valueForKeyPath(descriptor.key), b.valueForKeyPath(descriptor.key));
+        }
+        if (order != 0) {
+            return order;
+        }
+    }
+    return 0;
+}
+
 }  // namespace trovara::query

@@ -23,4 +23,11 @@ std::vector<ResultItem*> arrangeResults(const std::vector<std::shared_ptr<Result
                                         const std::optional<ResultFilter>& filter,
                                         const std::vector<presentation::SortDescriptor>& sortDescriptors);
 
+// The same order for two results by themselves: negative when a goes first,
+// zero when they tie (the arrangement then keeps them as they came). For
+// placing a few results among many already arranged, without arranging the
+// many again.
+int compareArranged(const ResultItem& a, const ResultItem& b,
+                    const std::vector<presentation::SortDescriptor>& sortDescriptors);
+
 }  // namespace trovara::query

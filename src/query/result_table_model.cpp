@@ -66,6 +66,16 @@ private:
     std::size_t m_mask = 0;
 };
 
+std::vector<ResultItem*> rawPointers(const std::vector<std::shared_ptr<ResultItem>>& items)
+{
+    std::vector<ResultItem*> raw;
+    raw.reserve(items.size());
+    for (const std::shared_ptr<ResultItem>& item : items) {
+        raw.push_back(item.get());
+    }
+    return raw;
+}
+
 }  // namespace
 
 ResultTableModel::ResultTableModel(QObject* parent)
@@ -98,6 +108,9 @@ void ResultTableModel::setFilterPredicate(std::optional<ResultFilter> filter)
 
 void ResultTableModel::setSortDescriptors(std::vector<presentation::SortDescriptor> descriptors)
 {
+    if (descriptors == m_sortDescriptors) {
+        return;
+    }
     m_sortDescriptors = std::move(descriptors);
     rearrangeObjects();
 }
@@ -222,6 +235,198 @@ void ResultTableModel::insertRuns(const std::vector<ResultItem*>& next, const st
         endInsertRows();
         i = end;
     }
+}
+
+void ResultTableModel::applyChanges(std::vector<std::shared_ptr<ResultItem>> added,
+                                    const std::vector<std::shared_ptr<ResultItem>>& removed,
+                                    const std::vector<std::shared_ptr<ResultItem>>& changed)
+{
+    if (added.empty() && removed.empty() && changed.empty()) {
+        return;
+    }
+    if (removed.size() + changed.size() > kMaximumRuns) {
+        // Too many to place one by one: arrange the whole list again.
+        std::vector<std::shared_ptr<ResultItem>> content = m_content;
+        std::erase_if(content, [gone = RowOfResult(rawPointers(removed))](const std::shared_ptr<ResultItem>& item) {
+            return gone.find(item.get()) >= 0;
+        });
+        content.insert(content.end(), added.begin(), added.end());
+        setContent(std::move(content));
+        return;
+    }
+    // The results that went stay alive until their rows are gone. The new
+    // ones are arranged among themselves in one go (as many as they may be).
+    std::vector<ResultItem*> placed = arrangeResults(added, m_filter, m_sortDescriptors);
+    std::vector<ResultItem*> admitted;  // changed results the filter lets through now
+    std::vector<const ResultItem*> gone;
+    for (const std::shared_ptr<ResultItem>& item : removed) {
+        gone.push_back(item.get());
+        std::erase(m_content, item);
+    }
+    for (const std::shared_ptr<ResultItem>& item : changed) {
+        if (m_filter && !m_filter->matches(*item)) {
+            gone.push_back(item.get());
+        }
+    }
+    m_content.insert(m_content.end(), std::make_move_iterator(added.begin()), std::make_move_iterator(added.end()));
+    removeArranged(gone);
+    for (const std::shared_ptr<ResultItem>& item : changed) {
+        if (m_filter && !m_filter->matches(*item)) {
+            continue;
+        }
+        const auto at = std::find(m_arranged.begin(), m_arranged.end(), item.get());
+        if (at == m_arranged.end()) {
+            admitted.push_back(item.get());
+        } else {
+            rearrangeRow(static_cast<int>(at - m_arranged.begin()));
+        }
+    }
+    insertArranged(std::move(placed));
+    if (!admitted.empty()) {
+        std::stable_sort(admitted.begin(), admitted.end(), [this](const ResultItem* a, const ResultItem* b) {
+            return compareArranged(*a, *b, m_sortDescriptors) < 0;
+        });
+        insertArranged(std::move(admitted));
+    }
+    emit arrangedObjectsChanged();
+}
+
+int ResultTableModel::insertionRow(const ResultItem& item, int from, int to) const
+{
+    const auto at = std::upper_bound(m_arranged.begin() + from, m_arranged.begin() + to, &item,
+                                     [this](const ResultItem* a, const ResultItem* b) {
+                                         return compareArranged(*a, *b, m_sortDescriptors) < 0;
+                                     });
+    return static_cast<int>(at - m_arranged.begin());
+}
+
+void ResultTableModel::rearrangeRow(int row)
+{
+    const ResultItem& item = *m_arranged[static_cast<std::size_t>(row)];
+    const int count = rowCount();
+    // Among the others: before the row, or after it.
+    int target = insertionRow(item, 0, row);
+    if (target == row) {
+        target = row + 1 < count && compareArranged(item, *m_arranged[static_cast<std::size_t>(row) + 1],
+                                                    m_sortDescriptors) > 0
+                     ? insertionRow(item, row + 1, count)
+                     : row;
+    }
+    if (target == row || target == row + 1) {
+        if (!m_columns.empty()) {
+            emit dataChanged(index(row, 0), index(row, columnCount() - 1));
+        }
+        return;
+    }
+    // A row that goes down lands before the row now at target.
+    beginMoveRows({}, row, row, {}, target);
+    ResultItem* moved = m_arranged[static_cast<std::size_t>(row)];
+    m_arranged.erase(m_arranged.begin() + row);
+    m_arranged.insert(m_arranged.begin() + (target > row ? target - 1 : target), moved);
+    endMoveRows();
+    const int now = target > row ? target - 1 : target;
+    if (!m_columns.empty()) {
+        emit dataChanged(index(now, 0), index(now, columnCount() - 1));
+    }
+}
+
+void ResultTableModel::removeArranged(const std::vector<const ResultItem*>& items)
+{
+    if (items.empty()) {
+        return;
+    }
+    std::vector<int> rows;
+    for (const ResultItem* item : items) {
+        const auto at = std::find(m_arranged.begin(), m_arranged.end(), item);
+        if (at != m_arranged.end()) {
+            rows.push_back(static_cast<int>(at - m_arranged.begin()));
+        }
+    }
+    std::sort(rows.begin(), rows.end());
+    rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+    // From the bottom up, runs at a time, so that row numbers hold.
+    for (std::size_t end = rows.size(); end > 0;) {
+        std::size_t begin = end - 1;
+        while (begin > 0 && rows[begin - 1] == rows[begin] - 1) {
+            --begin;
+        }
+        beginRemoveRows({}, rows[begin], rows[end - 1]);
+        m_arranged.erase(m_arranged.begin() + rows[begin], m_arranged.begin() + rows[end - 1] + 1);
+        endRemoveRows();
+        end = begin;
+    }
+}
+
+void ResultTableModel::insertArranged(std::vector<ResultItem*> items)
+{
+    if (items.empty()) {
+        return;
+    }
+    const int oldCount = rowCount();
+    if (m_sortDescriptors.empty() || oldCount == 0) {
+        // Unsorted, they come last, as in the content; into no rows, they
+        // are all the rows.
+        beginInsertRows({}, oldCount, oldCount + static_cast<int>(items.size()) - 1);
+        m_arranged.insert(m_arranged.end(), items.begin(), items.end());
+        endInsertRows();
+        return;
+    }
+    // Each goes after the rows it ties with, so the whole is what a stable
+    // sort of the content would give.
+    std::vector<int> rows(items.size());  // each one's place among the old rows
+    int lowest = 0;
+    std::size_t runs = 0;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        lowest = insertionRow(*items[i], lowest, oldCount);
+        rows[i] = lowest;
+        runs += i == 0 || rows[i] != rows[i - 1] ? 1 : 0;
+    }
+    if (runs <= kMaximumRuns) {
+        // Run by run from the bottom up: the rows above a run stay put.
+        for (std::size_t end = items.size(); end > 0;) {
+            std::size_t begin = end - 1;
+            while (begin > 0 && rows[begin - 1] == rows[end - 1]) {
+                --begin;
+            }
+            const int row = rows[begin];
+            beginInsertRows({}, row, row + static_cast<int>(end - begin) - 1);
+            m_arranged.insert(m_arranged.begin() + row, items.begin() + static_cast<long>(begin),
+                              items.begin() + static_cast<long>(end));
+            endInsertRows();
+            end = begin;
+        }
+        return;
+    }
+    // Scattered: the new rows come in at the end in one step, then every row
+    // moves to its place in a second (the selection and persistent indexes
+    // follow). Two signals instead of thousands, and no reset.
+    beginInsertRows({}, oldCount, oldCount + static_cast<int>(items.size()) - 1);
+    m_arranged.insert(m_arranged.end(), items.begin(), items.end());
+    endInsertRows();
+    std::vector<ResultItem*> merged;
+    merged.reserve(m_arranged.size());
+    std::vector<int> rowOf(m_arranged.size());  // the place of each current row in the merged list
+    std::size_t next = 0;
+    for (int old = 0; old <= oldCount; ++old) {
+        while (next < items.size() && rows[next] == old) {
+            rowOf[static_cast<std::size_t>(oldCount) + next] = static_cast<int>(merged.size());
+            merged.push_back(items[next++]);
+        }
+        if (old < oldCount) {
+            rowOf[static_cast<std::size_t>(old)] = static_cast<int>(merged.size());
+            merged.push_back(m_arranged[static_cast<std::size_t>(old)]);
+        }
+    }
+    emit layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
+    const QModelIndexList from = persistentIndexList();
+    QModelIndexList to;
+    to.reserve(from.size());
+    for (const QModelIndex& index : from) {
+        to.push_back(this->index(rowOf[static_cast<std::size_t>(index.row())], index.column()));
+    }
+    m_arranged = std::move(merged);
+    changePersistentIndexList(from, to);
+    emit layoutChanged({}, QAbstractItemModel::VerticalSortHint);
 }
 
 // --- Selection -------------------------------------------------------------

@@ -84,10 +84,21 @@ public:
     // The results to arrange (the controller's result list), arranged at once.
     void setContent(std::vector<std::shared_ptr<ResultItem>> content);
     const std::vector<std::shared_ptr<ResultItem>>& content() const { return m_content; }
+    // Live changes to the content: results that came (appended to it), went
+    // and changed. Only their rows are touched: each new result the filter
+    // keeps is placed among the rows by the sort order (the rows already
+    // there keep theirs), a changed result's row is repainted where it is
+    // or moved where it now belongs, and the rows of results gone are
+    // removed. The arrangement is as setContent() of the new content would
+    // make it, at a fraction of the cost for a few results among many.
+    void addContent(std::vector<std::shared_ptr<ResultItem>> added) { applyChanges(std::move(added), {}, {}); }
+    void applyChanges(std::vector<std::shared_ptr<ResultItem>> added,
+                      const std::vector<std::shared_ptr<ResultItem>>& removed,
+                      const std::vector<std::shared_ptr<ResultItem>>& changed);
     // No filter keeps every result. Takes effect with the next arrangement.
     void setFilterPredicate(std::optional<ResultFilter> filter);
     const std::optional<ResultFilter>& filterPredicate() const { return m_filter; }
-    // Arranges at once.
+    // Arranges at once (unless the order is the same).
     void setSortDescriptors(std::vector<presentation::SortDescriptor> descriptors);
     const std::vector<presentation::SortDescriptor>& sortDescriptors() const { return m_sortDescriptors; }
     void rearrangeObjects();
@@ -163,6 +174,14 @@ signals:
 private:
     void applyArrangement(std::vector<ResultItem*> next);
     void insertRuns(const std::vector<ResultItem*>& next, const std::vector<bool>& isNew);
+    // Places results that have no row yet, in arranged order, among the rows.
+    void insertArranged(std::vector<ResultItem*> items);
+    // Removes the rows of these results (those that have one).
+    void removeArranged(const std::vector<const ResultItem*>& items);
+    // A changed result's row: repainted where it still belongs, else moved.
+    void rearrangeRow(int row);
+    // Where a result goes among the rows [from, to) (after the ones it ties with).
+    int insertionRow(const ResultItem& item, int from, int to) const;
 
     std::vector<std::shared_ptr<ResultItem>> m_content;
     std::vector<ResultItem*> m_arranged;

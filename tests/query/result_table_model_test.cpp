@@ -245,6 +245,129 @@ TEST_F(ResultList, AScatteredChangeResetsTheRowsOnce)
     EXPECT_EQ(table.arrangedObjects(), arrangeResults(after, std::nullopt, {kByName}));
 }
 
+// New results placed among the rows must give exactly the arrangement of
+// the whole content (order, ties kept as they came, the filter), without a
+// reset, and the selection and held rows must follow their results.
+struct PlacementCase {
+    const char* name;
+    std::vector<SortDescriptor> order;
+    std::optional<int> filterTag;  // a kind of result_filter.h, filtering by "7"
+};
+
+TEST_F(ResultList, NewResultsArePlacedAmongTheRowsAsAWholeArrangementWouldPlaceThem)
+{
+    table.addColumnForColumnAttribute(attribute("kMDItemDisplayName"));
+    const PlacementCase cases[] = {
+        {"by name", {kByName}, std::nullopt},
+        {"by size, then name descending", {kBySize, {kByName.key, false, Comparison::LocalizedCaseInsensitive}},
+         std::nullopt},
+        {"unsorted", {}, std::nullopt},
+        {"by name, filtered", {kByName}, kFilterByName},
+    };
+    for (const PlacementCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        table.setContent({});
+        table.setFilterPredicate(c.filterTag ? std::optional(ResultFilter(*filterKindForTag(*c.filterTag),
+                                                                          QStringLiteral("7")))
+                                             : std::nullopt);
+        table.setSortDescriptors(c.order);
+        std::vector<std::shared_ptr<ResultItem>> content;
+        const auto batch = [&](int from, int count, int step) {
+            std::vector<std::shared_ptr<ResultItem>> items;
+            for (int i = from; i < from + count * step; i += step) {
+                // Sizes repeat, so that ties are many.
+                const std::string path = "/x/n" + std::to_string((i * 7919) % 1000);
+                items.push_back(file(path.c_str(), i % 5));
+            }
+            content.insert(content.end(), items.begin(), items.end());
+            return items;
+        };
+        table.addContent(batch(0, 300, 1));
+        ASSERT_EQ(table.arrangedObjects(), arrangeResults(content, table.filterPredicate(), c.order));
+        const int selectedRow = table.rowCount() / 2;
+        table.setSelectionIndex(selectedRow);
+        ResultItem* selected = table.selectedObject();
+        ASSERT_NE(selected, nullptr);
+        const QPersistentModelIndex held = table.index(selectedRow, 0);
+
+        QSignalSpy resets(&table, &QAbstractItemModel::modelReset);
+        table.addContent(batch(1000, 3, 1));     // a few: a few runs
+        table.addContent(batch(2000, 400, 3));  // many, scattered
+        table.addContent(batch(3000, 2, 1));
+        // The same file as another result still is a row of its own.
+        table.addContent({content.front()});
+        content.push_back(content.front());
+        EXPECT_EQ(table.arrangedObjects(), arrangeResults(content, table.filterPredicate(), c.order));
+        EXPECT_EQ(table.content(), content);
+        EXPECT_EQ(resets.count(), 0);
+        EXPECT_EQ(table.selectedObject(), selected);
+        EXPECT_EQ(table.arrangedObjectAt(held.row()), selected);
+    }
+}
+
+TEST_F(ResultList, ALiveChangeTouchesOnlyTheRowsOfItsResults)
+{
+    table.addColumnForColumnAttribute(attribute("kMDItemDisplayName"));
+    table.setSortDescriptors({kBySize});
+    std::vector<std::shared_ptr<ResultItem>> content;
+    for (int i = 0; i < 100; ++i) {
+        const std::string path = "/x/f" + std::to_string(i);
+        content.push_back(file(path.c_str(), i * 10));
+    }
+    table.setContent(content);
+    table.setSelectionIndex(40);
+    ResultItem* selected = table.selectedObject();
+
+    QSignalSpy resets(&table, &QAbstractItemModel::modelReset);
+    QSignalSpy layouts(&table, &QAbstractItemModel::layoutChanged);
+    QSignalSpy inserted(&table, &QAbstractItemModel::rowsInserted);
+    QSignalSpy removed(&table, &QAbstractItemModel::rowsRemoved);
+    QSignalSpy moved(&table, &QAbstractItemModel::rowsMoved);
+    QSignalSpy changed(&table, &QAbstractItemModel::dataChanged);
+    const auto rowsOf = [](const QSignalSpy& spy, int at) {
+        return std::pair(spy.at(at).at(0).toModelIndex().row(), spy.at(at).at(1).toModelIndex().row());
+    };
+
+    // One result changes and stays in its place: its row is repainted alone.
+    content[10]->setMetaDataItem(test::makeItem({"/x/f10", 101}));
+    table.applyChanges({}, {}, {content[10]});
+    ASSERT_EQ(changed.count(), 1);
+    EXPECT_EQ(rowsOf(changed, 0), std::pair(10, 10));
+
+    // The selected result grows past others: its row moves, still selected.
+    content[40]->setMetaDataItem(test::makeItem({"/x/f40", 705}));
+    table.applyChanges({}, {}, {content[40]});
+    EXPECT_EQ(moved.count(), 1);
+    EXPECT_EQ(table.selectedObject(), selected);
+    EXPECT_EQ(table.arrangedObjectAt(70), selected);
+
+    // One goes, one comes.
+    const auto added = file("/x/fnew", 255);
+    table.applyChanges({added}, {content[3]}, {});
+    EXPECT_EQ(removed.count(), 1);
+    EXPECT_EQ(inserted.count(), 1);
+    content.erase(content.begin() + 3);
+    content.push_back(added);
+    EXPECT_EQ(table.content(), content);
+    EXPECT_EQ(table.arrangedObjects(), arrangeResults(content, std::nullopt, {kBySize}));
+    EXPECT_EQ(table.arrangedObjectAt(25), added.get());
+    EXPECT_EQ(resets.count(), 0);
+    EXPECT_EQ(layouts.count(), 0);
+
+    // A change the filter no longer lets through takes the row away; the
+    // change that lets it through again brings it back.
+    table.setFilterPredicate(ResultFilter(*filterKindForTag(kFilterByName), QStringLiteral("f")));
+    table.rearrangeObjects();
+    content[20]->setMetaDataItem(test::makeItem({"/x/g20", 200}));
+    table.applyChanges({}, {}, {content[20]});
+    EXPECT_EQ(table.rowCount(), 99);
+    content[20]->setMetaDataItem(test::makeItem({"/x/f20", 200}));
+    table.applyChanges({}, {}, {content[20]});
+    EXPECT_EQ(table.rowCount(), 100);
+    EXPECT_EQ(table.arrangedObjects(), arrangeResults(content, table.filterPredicate(), {kBySize}));
+    EXPECT_EQ(resets.count(), 0);
+}
+
 TEST_F(ResultList, ColumnsShowTheirAttributesThroughTheirFormatters)
 {
     const test::ScopedLocale locale(QLocale(QLocale::English, QLocale::UnitedStates));
