@@ -555,7 +555,11 @@ void ResultTableModel::setShowsIcons(bool shows)
 
 void ResultTableModel::applyRowHeightPreference()
 {
-    m_rowHeight = model::Defaults::shared().doubleValue(kRowHeightKey);
+    const double height = model::Defaults::shared().doubleValue(kRowHeightKey);
+    if (height == m_rowHeight) {
+        return;  // nothing to repaint (this runs at every start and end of gathering)
+    }
+    m_rowHeight = height;
     emit rowHeightChanged(m_rowHeight);
     if (rowCount() > 0 && columnCount() > 0) {
         emit dataChanged(index(0, 0), index(rowCount() - 1, columnCount() - 1), {FontPointSizeRole});
