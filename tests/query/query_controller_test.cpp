@@ -154,7 +154,7 @@ TEST_F(QueryController, GathersThenGoesLiveAndSaysSoInTheStatusLine)
     EXPECT_FALSE(controller->isBusy());
     // Batches that come together may be listed together; each line counts
     // the results listed with it, the counts only grow, the last is final.
-    ASSERT_GE(statusLines.size(), 3u);
+    ASSERT_GE(statusLines.size(), 2u);
     ASSERT_EQ(listed.size(), statusLines.size());
     EXPECT_EQ(statusLines.front(), QStringLiteral("Searching…"));
     EXPECT_EQ(listed.front(), 0u);
@@ -165,8 +165,9 @@ TEST_F(QueryController, GathersThenGoesLiveAndSaysSoInTheStatusLine)
     EXPECT_EQ(statusLines.back(), QStringLiteral("13 files found"));
     EXPECT_EQ(listed.back(), 13u);
     // Every file once, in the order of the list.
-    EXPECT_EQ(resultPaths().size(), 13);
-    EXPECT_EQ(QSet<QString>(resultPaths().begin(), resultPaths().end()).size(), 13);
+    const QStringList paths = resultPaths();
+    EXPECT_EQ(paths.size(), 13);
+    EXPECT_EQ(QSet<QString>(paths.begin(), paths.end()).size(), 13);
     QStringList sorted = resultNames();
     std::sort(sorted.begin(), sorted.end(), [](const QString& a, const QString& b) {
         return presentation::localizedCaseInsensitiveCompare(a, b) < 0;
