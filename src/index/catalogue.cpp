@@ -479,6 +479,7 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
     d.extra.resize(count);
     d.ids.resize(count);
     d.names.reserve(staged.names.size());
+    d.folded.reserve(staged.names.size() + staged.names.size() / 8);
 
     // The keys importers gave, each once, sorted; an item's entries use
     // their position.
@@ -588,7 +589,6 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
             }
             d.trigrams.push_back(trigram);
         };
-        constexpr std::size_t kKeys = 1u << 24;
         if (count < 200000) {
             // Few items: sort (key, item) pairs.
             std::vector<std::uint64_t> pairs;
@@ -606,22 +606,56 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
                 emit(key, list.data(), list.data() + list.size());
             }
         } else {
-            // Many items: count per key, then place (linear time).
-            // One array serves as counts, then as each key's next place,
-            // which leaves it holding each key's end.
-            std::vector<std::uint32_t> ends(kKeys + 1, 0);
-            forEachTrigram([&](std::uint32_t key, ItemIndex) { ++ends[key + 1]; });
-            for (std::size_t key = 0; key < kKeys; ++key) {
-                ends[key + 1] += ends[key];
-            }
-            std::vector<ItemIndex> postings(ends[kKeys]);
-            forEachTrigram([&](std::uint32_t key, ItemIndex k) { postings[ends[key]++] = k; });
-            std::uint32_t begin = 0;
-            for (std::uint32_t key = 0; key < kKeys; ++key) {
-                if (ends[key] > begin) {
-                    emit(key, postings.data() + begin, postings.data() + ends[key]);
+            // Many items: count per key, then place (linear time), one
+            // range of keys at a time, so that neither the counts nor the
+            // unpacked postings ever cover all keys at once. Keys are
+            // grouped by their first byte; a pass takes whole first bytes
+            // until it holds enough postings.
+            constexpr std::size_t kKeysPerFirstByte = 1u << 16;
+            constexpr std::size_t kFirstBytesPerPass = 32;     // counts of at most 8 MiB
+            constexpr std::size_t kPostingsPerPass = 4u << 20;  // unpacked postings of about 16 MiB
+            std::vector<std::size_t> perFirstByte(256, 0);
+            forEachTrigram([&](std::uint32_t key, ItemIndex) { ++perFirstByte[key >> 16]; });
+            std::vector<std::uint32_t> ends;
+            std::vector<ItemIndex> postings;
+            for (std::size_t first = 0; first < 256;) {
+                std::size_t last = first;
+                std::size_t held = 0;
+                while (last < 256 && last - first < kFirstBytesPerPass
+                       && (last == first || held + perFirstByte[last] <= kPostingsPerPass)) {
+                    held += perFirstByte[last++];
                 }
-                begin = ends[key];
+                if (held > 0) {
+                    const std::uint32_t low = static_cast<std::uint32_t>(first * kKeysPerFirstByte);
+                    const std::uint32_t high = static_cast<std::uint32_t>(last * kKeysPerFirstByte);
+                    const std::size_t keys = high - low;
+                    // One array serves as counts, then as each key's next
+                    // place, which leaves it holding each key's end.
+                    ends.assign(keys + 1, 0);
+                    forEachTrigram([&](std::uint32_t key, ItemIndex) {
+                        if (key >= low && key < high) {
+                            ++ends[key - low + 1];
+                        }
+                    });
+                    for (std::size_t key = 0; key < keys; ++key) {
+                        ends[key + 1] += ends[key];
+                    }
+                    postings.resize(ends[keys]);
+                    forEachTrigram([&](std::uint32_t key, ItemIndex k) {
+                        if (key >= low && key < high) {
+                            postings[ends[key - low]++] = k;
+                        }
+                    });
+                    std::uint32_t begin = 0;
+                    for (std::size_t key = 0; key < keys; ++key) {
+                        if (ends[key] > begin) {
+                            emit(static_cast<std::uint32_t>(low + key), postings.data() + begin,
+                                 postings.data() + ends[key]);
+                        }
+                        begin = ends[key];
+                    }
+                }
+                first = last;
             }
         }
     }

@@ -611,28 +611,38 @@ Expected<void> Index::refreshCatalogueIfStale()
     if (catalogueIsCurrent()) {
         return {};
     }
-    Expected<std::shared_ptr<const Catalogue>> refreshed = refreshCatalogue();
-    return refreshed ? Expected<void>() : Expected<void>(refreshed.error());
+    return writeCatalogue();
 }
 
-Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
+Expected<void> Index::writeCatalogue()
 {
     Expected<std::shared_ptr<const Catalogue>> built =
         Catalogue::build(*m_store, m_services.fold, m_services.types, m_services.lastUsed);
     if (!built) {
         return built.error();
     }
-    if (auto saved = built.value()->save(m_directory + kCatalogue); !saved) {
-        return saved.error();
+    return built.value()->save(m_directory + kCatalogue);
+}
+
+Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
+{
+    if (auto written = writeCatalogue(); !written) {
+        return written.error();
     }
     // The saved snapshot, mapped: its pages are shared with every reader and
-    // the page cache rather than held on the heap.
+    // the page cache rather than held on the heap. The catalogue built for
+    // it is gone by now, so that the two are never in memory together (at a
+    // million files that was the peak of the whole crawl).
     Expected<std::shared_ptr<const Catalogue>> mapped =
         Catalogue::open(m_directory + kCatalogue, m_directory + kDatabase);
     if (mapped) {
         return mapped;
     }
-    return built;
+    // Mapping fails only for want of address space or a file changed under
+    // us; a catalogue on the heap still answers.
+    Expected<std::shared_ptr<const Catalogue>> built =
+        Catalogue::build(*m_store, m_services.fold, m_services.types, m_services.lastUsed);
+    return built ? built : mapped;
 }
 
 }  // namespace trovara::index

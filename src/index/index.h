@@ -159,6 +159,8 @@ private:
         return operation();
     }
     Expected<void> refreshCatalogueIfStale();
+    // Builds the catalogue from the database and saves its snapshot.
+    Expected<void> writeCatalogue();
     Expected<void> writeRootsFile();
 
     std::string m_directory;
