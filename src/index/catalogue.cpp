@@ -637,6 +637,16 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
             constexpr std::size_t kPostingsPerPass = 4u << 20;  // unpacked postings of about 16 MiB
             std::vector<std::size_t> perFirstByte(256, 0);
             forEachTrigram([&](std::uint32_t key, ItemIndex) { ++perFirstByte[key >> 16]; });
+            // Room for the encoded postings at once (no delta takes more
+            // bytes than the item count does), so that the pool never grows
+            // by copying itself, which briefly held it three times over.
+            std::size_t occurrences = 0;
+            for (const std::size_t n : perFirstByte) {
+                occurrences += n;
+            }
+            std::string countBytes;
+            appendVarint(countBytes, static_cast<std::uint32_t>(count));
+            d.postings.reserve(occurrences * countBytes.size());
             std::vector<std::uint32_t> ends;
             std::vector<ItemIndex> postings;
             for (std::size_t first = 0; first < 256;) {
