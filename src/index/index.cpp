@@ -606,27 +606,33 @@ bool Index::catalogueIsCurrent()
     return generation && Catalogue::snapshotGeneration(m_directory + kCatalogue) == *generation;
 }
 
+namespace {
+
+// Builds the catalogue from the database and saves its snapshot; the built
+// catalogue is gone when this returns.
+Expected<void> writeCatalogue(Store& store, const IndexServices& services, const std::string& directory)
+{
+    Expected<std::shared_ptr<const Catalogue>> built =
+        Catalogue::build(store, services.fold, services.types, services.lastUsed);
+    if (!built) {
+        return built.error();
+    }
+    return built.value()->save(directory + kCatalogue);
+}
+
+}  // namespace
+
 Expected<void> Index::refreshCatalogueIfStale()
 {
     if (catalogueIsCurrent()) {
         return {};
     }
-    return writeCatalogue();
-}
-
-Expected<void> Index::writeCatalogue()
-{
-    Expected<std::shared_ptr<const Catalogue>> built =
-        Catalogue::build(*m_store, m_services.fold, m_services.types, m_services.lastUsed);
-    if (!built) {
-        return built.error();
-    }
-    return built.value()->save(m_directory + kCatalogue);
+    return writeCatalogue(*m_store, m_services, m_directory);
 }
 
 Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
 {
-    if (auto written = writeCatalogue(); !written) {
+    if (auto written = writeCatalogue(*m_store, m_services, m_directory); !written) {
         return written.error();
     }
     // The saved snapshot, mapped: its pages are shared with every reader and

@@ -159,8 +159,6 @@ private:
         return operation();
     }
     Expected<void> refreshCatalogueIfStale();
-    // Builds the catalogue from the database and saves its snapshot.
-    Expected<void> writeCatalogue();
     Expected<void> writeRootsFile();
 
     std::string m_directory;
