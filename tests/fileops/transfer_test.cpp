@@ -456,6 +456,51 @@ TEST(OperationQueueTest, RunsWithTheDefaultConcurrencyAndCancelsWhatHasNotStarte
     EXPECT_EQ(ran, 2);
 }
 
+TEST(OperationQueueTest, OperationsOfOneSerialKeyRunOneAfterAnotherWithoutHoldingUpOthers)
+{
+    OperationQueue queue(2);
+    std::atomic<bool> release{false};
+    std::atomic<int> keyedRunning{0};
+    std::atomic<int> mostKeyedAtOnce{0};
+    std::mutex orderMutex;
+    std::vector<int> order;
+    auto keyed = [&](int number, bool hold) {
+        return [&, number, hold] {
+            mostKeyedAtOnce = std::max(mostKeyedAtOnce.load(), ++keyedRunning);
+            while (hold && !release) {
+                QThread::yieldCurrentThread();
+            }
+            {
+                std::lock_guard lock(orderMutex);
+                order.push_back(number);
+            }
+            --keyedRunning;
+        };
+    };
+    queue.addOperation(keyed(0, true), 7);
+    for (int i = 1; i < 20; ++i) {
+        queue.addOperation(keyed(i, false), 7);
+    }
+    // An operation without a key runs while the keyed ones wait their turn.
+    std::atomic<bool> freeRan{false};
+    queue.addOperation([&] { freeRan = true; });
+    while (!freeRan) {
+        QThread::yieldCurrentThread();
+    }
+    {
+        std::lock_guard lock(orderMutex);
+        EXPECT_TRUE(order.empty());
+    }
+    EXPECT_EQ(queue.operationCount(), 20);
+    release = true;
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(mostKeyedAtOnce, 1);
+    std::vector<int> expected(20);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(order, expected);
+    EXPECT_EQ(queue.operationCount(), 0);
+}
+
 TEST(TemporaryFilesTest, EveryCallGetsItsOwnFolderAndNothingIsCreatedAtThePath)
 {
     const QString first = TemporaryFiles::temporaryFile(QStringLiteral("preview.txt"));
