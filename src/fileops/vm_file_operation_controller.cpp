@@ -35,6 +35,10 @@ constexpr qint64 kCheckSliceMilliseconds = 10;
 // in the destination folder.
 constexpr std::uint64_t kDestinationFolderKey = 1;
 
+// How long results of ended transfers gather before the main thread takes
+// them in.
+constexpr int kResultBatchMilliseconds = 5;
+
 }  // namespace
 
 // A transfer thread waiting for its error to be dismissed.
@@ -342,16 +346,20 @@ void VMFileOperationController::performOperation(const TransferRequest& request)
     }
     const Status status =
         performTransfer(*m_fileSystem, m_fileOperation, request.sourcePath, request.destinationPath, &m_abort);
-    // Results travel to the main thread in batches: one wake-up for all that
-    // ended since it last looked, not one per file.
+    // Results travel to the main thread in batches, taken in a few
+    // milliseconds after the first of them: a wake-up per file would cost
+    // small files more than their copying does.
     bool first = false;
     {
         std::lock_guard lock(m_resultMutex);
-        first = m_endedResults.empty();
+        first = !m_resultsAwaited;
+        m_resultsAwaited = true;
         m_endedResults.push_back({request.sourcePath, request.destinationPath, status.ok()});
     }
     if (first) {
-        QMetaObject::invokeMethod(this, [this] { recordEndedResults(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { QTimer::singleShot(kResultBatchMilliseconds, this, [this] { recordEndedResults(); }); },
+            Qt::QueuedConnection);
     }
     if (!status && !m_abort) {
         presentFromTransferThread(status.error());
@@ -364,6 +372,7 @@ void VMFileOperationController::recordEndedResults()
     {
         std::lock_guard lock(m_resultMutex);
         ended.swap(m_endedResults);
+        m_resultsAwaited = false;
     }
     QPointer<VMFileOperationController> self(this);
     for (const TransferResult& result : ended) {
@@ -437,7 +446,12 @@ void VMFileOperationController::updateProgress()
     if (remaining == 0) {
         // Every transfer has ended; take in the results they sent on their
         // way out before the job reports that it stopped.
+        QPointer<VMFileOperationController> self(this);
         QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+        recordEndedResults();
+        if (!self) {
+            return;
+        }
         if (m_timer) {
             m_timer->stop();
         }

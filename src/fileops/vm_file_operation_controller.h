@@ -212,6 +212,7 @@ private:
     // Results of transfers that ended, not yet taken in by the main thread.
     std::mutex m_resultMutex;
     std::vector<TransferResult> m_endedResults;
+    bool m_resultsAwaited = false;  // the main thread will take them in
 
     // Errors handed over by transfer threads, shown one at a time.
     std::mutex m_waitMutex;
