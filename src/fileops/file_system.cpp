@@ -43,7 +43,7 @@ public:
     {
         const int fd = m_fd;
         m_fd = -1;
-        return ::close(fd) == 0 ? 0 : errno;
+        return fd < 0 || ::close(fd) == 0 ? 0 : errno;
     }
 
 private:
@@ -179,6 +179,29 @@ void copyExtendedAttributes(List list, Get get, Set set)
     }
 }
 
+// The process's file creation mask, read once: umask() can only be read by
+// setting it, which would race with other threads creating files.
+mode_t creationMask()
+{
+    static const mode_t mask = [] {
+        QFile status(QStringLiteral("/proc/self/status"));
+        if (status.open(QIODevice::ReadOnly)) {
+            for (const QByteArray& line : status.readAll().split('\n')) {
+                if (line.startsWith("Umask:")) {
+                    bool ok = false;
+                    const uint value = line.mid(6).trimmed().toUInt(&ok, 8);
+                    if (ok) {
+                        return mode_t(value & 0777);
+                    }
+                }
+            }
+        }
+        // Unknown: assume every bit may be masked, so permissions are always set.
+        return mode_t(0777);
+    }();
+    return mask;
+}
+
 }  // namespace
 
 int LocalFileSystem::status(const QString& path, Links links, FileInfo* info)
@@ -243,31 +266,43 @@ int LocalFileSystem::copyFile(const QString& source, const QString& destination,
     if (!S_ISREG(st.st_mode)) {
         return EINVAL;
     }
-    Descriptor out(::open(native(destination).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    // Created with its final permissions (the creation mask may take some
+    // away; they are put back below only then), and only if nothing is at
+    // the destination: what O_EXCL created is ours to remove on failure.
+    const mode_t mode = st.st_mode & 0777;
+    const QByteArray target = native(destination);
+    Descriptor out(::open(target.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (!out.valid()) {
         return errno;
     }
-    if (st.st_size > off_t(kChunk)) {
-        ::posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    const int error = [&] {
+        if (st.st_size > off_t(kChunk)) {
+            ::posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+        }
+        if (const int code = copyData(in.get(), out.get(), st.st_size, abort)) {
+            return code;
+        }
+        copyExtendedAttributes([&](char* list, size_t size) { return ::flistxattr(in.get(), list, size); },
+                               [&](const char* name, void* value, size_t size) {
+                                   return ::fgetxattr(in.get(), name, value, size);
+                               },
+                               [&](const char* name, const void* value, size_t size) {
+                                   return ::fsetxattr(out.get(), name, value, size, 0);
+                               });
+        if ((mode & ~creationMask()) != mode && ::fchmod(out.get(), mode) != 0) {
+            return errno;
+        }
+        const std::array<timespec, 2> times{st.st_atim, st.st_mtim};
+        if (::futimens(out.get(), times.data()) != 0) {
+            return errno;
+        }
+        return out.close();
+    }();
+    if (error != 0) {
+        out.close();
+        ::unlink(target.constData());
     }
-    if (const int error = copyData(in.get(), out.get(), st.st_size, abort)) {
-        return error;
-    }
-    copyExtendedAttributes([&](char* list, size_t size) { return ::flistxattr(in.get(), list, size); },
-                           [&](const char* name, void* value, size_t size) {
-                               return ::fgetxattr(in.get(), name, value, size);
-                           },
-                           [&](const char* name, const void* value, size_t size) {
-                               return ::fsetxattr(out.get(), name, value, size, 0);
-                           });
-    if (::fchmod(out.get(), st.st_mode & 0777) != 0) {
-        return errno;
-    }
-    const std::array<timespec, 2> times{st.st_atim, st.st_mtim};
-    if (::futimens(out.get(), times.data()) != 0) {
-        return errno;
-    }
-    return out.close();
+    return error;
 }
 
 int LocalFileSystem::makeDirectory(const QString& path)

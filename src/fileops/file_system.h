@@ -52,11 +52,13 @@ public:
     // The names in a folder, without "." and "..", in no particular order.
     virtual int listDirectory(const QString& path, QStringList* names) = 0;
 
-    // Creates `destination` (which must not exist) as a copy of the regular
-    // file at `source`: its bytes, permissions, times and user extended
-    // attributes (tags and comments live there). Gives ECANCELED when
-    // `abort` becomes true between blocks. On failure a partial destination
-    // may be left behind; the caller removes it.
+    // Creates `destination` (which must not exist: EEXIST otherwise) as a
+    // copy of the regular file at `source`: its bytes, permissions,
+    // modification and access times and user extended attributes (tags and
+    // comments live there). Gives ECANCELED when `abort` becomes true
+    // between blocks. On failure nothing is left at `destination`: a file
+    // it created is removed again, and an entry it found there is never
+    // touched, so the copy may be written under its final name.
     virtual int copyFile(const QString& source, const QString& destination, const std::atomic<bool>* abort) = 0;
     // A new folder only its owner can use until copyAttributes() runs.
     virtual int makeDirectory(const QString& path) = 0;

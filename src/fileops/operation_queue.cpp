@@ -2,6 +2,8 @@
 
 #include <QThread>
 
+#include <algorithm>
+
 namespace trovara::fileops {
 
 OperationQueue::OperationQueue(int threadCount)
@@ -20,13 +22,20 @@ int OperationQueue::maxConcurrentOperationCount() const
     return m_pool.maxThreadCount();
 }
 
-void OperationQueue::addOperation(Operation operation)
+bool OperationQueue::isBusy(std::uint64_t serialKey) const
+{
+    return serialKey != 0 && std::find(m_busyKeys.begin(), m_busyKeys.end(), serialKey) != m_busyKeys.end();
+}
+
+void OperationQueue::addOperation(Operation operation, std::uint64_t serialKey)
 {
     bool startWorker = false;
     {
         std::lock_guard lock(m_mutex);
-        m_pending.push_back(std::move(operation));
-        if (m_workers < m_pool.maxThreadCount()) {
+        m_pending.push_back({std::move(operation), serialKey});
+        // An operation whose key is busy is taken by the thread that runs
+        // its key once that is done; a new thread would find nothing to do.
+        if (m_workers < m_pool.maxThreadCount() && !isBusy(serialKey)) {
             ++m_workers;
             startWorker = true;
         }
@@ -39,15 +48,26 @@ void OperationQueue::addOperation(Operation operation)
 void OperationQueue::work()
 {
     std::unique_lock lock(m_mutex);
-    while (!m_pending.empty()) {
-        Operation operation = std::move(m_pending.front());
-        m_pending.pop_front();
+    for (;;) {
+        const auto next = std::find_if(m_pending.begin(), m_pending.end(),
+                                       [this](const Entry& entry) { return !isBusy(entry.serialKey); });
+        if (next == m_pending.end()) {
+            break;
+        }
+        Entry entry = std::move(*next);
+        m_pending.erase(next);
         ++m_running;
+        if (entry.serialKey != 0) {
+            m_busyKeys.push_back(entry.serialKey);
+        }
         lock.unlock();
-        operation();
-        operation = nullptr;
+        entry.operation();
+        entry.operation = nullptr;
         lock.lock();
         --m_running;
+        if (entry.serialKey != 0) {
+            m_busyKeys.erase(std::find(m_busyKeys.begin(), m_busyKeys.end(), entry.serialKey));
+        }
     }
     --m_workers;
 }
@@ -60,7 +80,7 @@ int OperationQueue::operationCount() const
 
 void OperationQueue::cancelAllOperations()
 {
-    std::deque<Operation> dropped;
+    std::deque<Entry> dropped;
     {
         std::lock_guard lock(m_mutex);
         dropped.swap(m_pending);

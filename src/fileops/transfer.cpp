@@ -15,6 +15,13 @@ namespace {
 
 using Links = FileSystem::Links;
 
+// Files up to this size are copied under their final name (one entry made
+// in the destination folder instead of a temporary one and a rename, which
+// is most of the cost of a small file). Larger ones take long enough that a
+// crash in the middle is likely; they go under a hidden temporary name, so
+// a half copy never looks like a whole one.
+constexpr std::int64_t kLargestCopyInPlace = 8 * 1024 * 1024;
+
 constexpr const char* kCocoaErrorDomain = "NSCocoaErrorDomain";
 constexpr const char* kPosixErrorDomain = "NSPOSIXErrorDomain";
 
@@ -86,14 +93,12 @@ bool aborted(const std::atomic<bool>* abort)
     return abort && abort->load(std::memory_order_relaxed);
 }
 
-Failure copyTree(FileSystem& fs, const QString& source, const QString& destination, const std::atomic<bool>* abort)
+// Copies the tree at `source`, described by `info`.
+Failure copyTree(FileSystem& fs, const QString& source, const FileInfo& info, const QString& destination,
+                 const std::atomic<bool>* abort)
 {
     if (aborted(abort)) {
         return {ECANCELED, source};
-    }
-    FileInfo info;
-    if (const int error = fs.status(source, Links::NoFollow, &info)) {
-        return {error, source};
     }
     switch (info.type) {
     case FileInfo::Type::File:
@@ -121,7 +126,12 @@ Failure copyTree(FileSystem& fs, const QString& source, const QString& destinati
         }
         std::sort(names.begin(), names.end());
         for (const QString& name : names) {
-            if (Failure failure = copyTree(fs, child(source, name), child(destination, name), abort)) {
+            const QString from = child(source, name);
+            FileInfo entry;
+            if (const int error = fs.status(from, Links::NoFollow, &entry)) {
+                return {error, from};
+            }
+            if (Failure failure = copyTree(fs, from, entry, child(destination, name), abort)) {
                 return failure;
             }
         }
@@ -187,14 +197,28 @@ public:
                 }
             }
         }
-        return copyIntoPlace(conflict);
+        if (m_operation == FileOperation::Copy && !conflict && source.type == FileInfo::Type::File
+            && source.size <= kLargestCopyInPlace) {
+            return copyFileInPlace();
+        }
+        return copyIntoPlace(source, conflict);
     }
 
 private:
-    Status copyIntoPlace(bool conflict)
+    // A file copied under its own name is created only where nothing is,
+    // and removed again by the copy itself when it fails.
+    Status copyFileInPlace()
+    {
+        if (const int error = m_fs.copyFile(m_source, m_destination, m_abort)) {
+            return fileSystemError({error, error == EEXIST ? m_destination : m_source});
+        }
+        return {};
+    }
+
+    Status copyIntoPlace(const FileInfo& source, bool conflict)
     {
         const QString partial = partialPathInFolder(folderOf(m_destination));
-        if (Failure failure = copyTree(m_fs, m_source, partial, m_abort)) {
+        if (Failure failure = copyTree(m_fs, m_source, source, partial, m_abort)) {
             removeTree(m_fs, partial, true);
             return fileSystemError(failure);
         }

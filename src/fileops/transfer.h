@@ -2,9 +2,15 @@
 // a destination path by copying, moving or linking, and nothing is lost on
 // the way.
 //
-// - A copy is written under a hidden temporary name in the destination
-//   folder and renamed into place only when it is complete, so a failed or
-//   aborted copy leaves nothing half-written behind.
+// - A file of up to 8 MiB is copied under its own name, created only where
+//   nothing is and removed again when the copy fails or is aborted. Larger
+//   files, folders and copies that replace an existing entry are written
+//   under a hidden temporary name in the destination folder and renamed
+//   into place only when complete. Either way a failed or aborted copy
+//   leaves nothing half-written behind.
+// - A copy keeps the permissions, the modification and access times and
+//   the user extended attributes of its original (as a file manager's copy
+//   does, and unlike a plain `cp -r`, which drops all three).
 // - A move on one file system is a rename. A move across file systems
 //   copies under a temporary name, checks that the copy has the same files
 //   and sizes as the source, writes it to the disk, renames it into place

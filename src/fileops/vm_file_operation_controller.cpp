@@ -31,6 +31,14 @@ QString inFolder(const QString& folder, const QString& name)
 // over thousands of files never freezes the window.
 constexpr qint64 kCheckSliceMilliseconds = 10;
 
+// The transfer queue's serial key for transfers that make their entry right
+// in the destination folder.
+constexpr std::uint64_t kDestinationFolderKey = 1;
+
+// How long results of ended transfers gather before the main thread takes
+// them in.
+constexpr int kResultBatchMilliseconds = 5;
+
 }  // namespace
 
 // A transfer thread waiting for its error to be dismissed.
@@ -123,6 +131,7 @@ void VMFileOperationController::checkReadable()
     setPhase(Phase::CheckingSources);
     setTopLabel(localized("Checking source files"));
     m_readablePaths = {};
+    m_readableSet = {};
     checkReadableFromIndex(0);
 }
 
@@ -150,7 +159,8 @@ void VMFileOperationController::checkReadableFromIndex(int index)
                       i);
             return;
         }
-        if (!m_readablePaths.contains(path)) {
+        if (!m_readableSet.contains(path)) {
+            m_readableSet.insert(path);
             m_readablePaths.push_back(path);
         }
     }
@@ -167,6 +177,7 @@ void VMFileOperationController::checkConflicts()
     setTopLabel(localized("Checking for conflicts"));
     m_sourceDestinationMappings = {};
     m_destinationNames = {};
+    m_folderSources = {};
     checkConflictsFromIndex(0, false);
 }
 
@@ -226,6 +237,9 @@ void VMFileOperationController::checkConflictsFromIndex(int index, bool force)
         if (force || !exists) {
             m_destinationNames.insert(name);
             m_sourceDestinationMappings.insert(source, destination);
+            if (sourceInfo.isDirectory()) {
+                m_folderSources.insert(source);
+            }
             force = false;
             continue;
         }
@@ -308,8 +322,15 @@ void VMFileOperationController::performOperations()
         if (mapped == m_sourceDestinationMappings.cend()) {
             continue;
         }
+        // Files copied or moved each make an entry in the destination
+        // folder; side by side they would only wait for each other on the
+        // folder's lock, so they go one after another (and an error shown
+        // for one pauses them). Folders fill folders of their own and go
+        // side by side with them; links start a program each.
+        const bool intoOneFolder = m_fileOperation != FileOperation::Alias && !m_folderSources.contains(source);
         TransferRequest request{source, *mapped};
-        m_operationQueue->addOperation([this, request] { performOperation(request); });
+        m_operationQueue->addOperation([this, request] { performOperation(request); },
+                                       intoOneFolder ? kDestinationFolderKey : 0);
     }
     m_timer = std::make_unique<QTimer>();
     connect(m_timer.get(), &QTimer::timeout, this, &VMFileOperationController::updateProgress);
@@ -325,17 +346,42 @@ void VMFileOperationController::performOperation(const TransferRequest& request)
     }
     const Status status =
         performTransfer(*m_fileSystem, m_fileOperation, request.sourcePath, request.destinationPath, &m_abort);
-    const TransferResult result{request.sourcePath, request.destinationPath, status.ok()};
-    QMetaObject::invokeMethod(this, [this, result] { recordResult(result); }, Qt::QueuedConnection);
+    // Results travel to the main thread in batches, taken in a few
+    // milliseconds after the first of them: a wake-up per file would cost
+    // small files more than their copying does.
+    bool first = false;
+    {
+        std::lock_guard lock(m_resultMutex);
+        first = !m_resultsAwaited;
+        m_resultsAwaited = true;
+        m_endedResults.push_back({request.sourcePath, request.destinationPath, status.ok()});
+    }
+    if (first) {
+        QMetaObject::invokeMethod(
+            this, [this] { QTimer::singleShot(kResultBatchMilliseconds, this, [this] { recordEndedResults(); }); },
+            Qt::QueuedConnection);
+    }
     if (!status && !m_abort) {
         presentFromTransferThread(status.error());
     }
 }
 
-void VMFileOperationController::recordResult(const TransferResult& result)
+void VMFileOperationController::recordEndedResults()
 {
-    m_results.push_back(result);
-    emit transferFinished(result.sourcePath, result.destinationPath, result.succeeded);
+    std::vector<TransferResult> ended;
+    {
+        std::lock_guard lock(m_resultMutex);
+        ended.swap(m_endedResults);
+        m_resultsAwaited = false;
+    }
+    QPointer<VMFileOperationController> self(this);
+    for (const TransferResult& result : ended) {
+        m_results.push_back(result);
+        emit transferFinished(result.sourcePath, result.destinationPath, result.succeeded);
+        if (!self) {
+            return;
+        }
+    }
 }
 
 void VMFileOperationController::presentFromTransferThread(const Error& error)
@@ -400,7 +446,12 @@ void VMFileOperationController::updateProgress()
     if (remaining == 0) {
         // Every transfer has ended; take in the results they sent on their
         // way out before the job reports that it stopped.
+        QPointer<VMFileOperationController> self(this);
         QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+        recordEndedResults();
+        if (!self) {
+            return;
+        }
         if (m_timer) {
             m_timer->stop();
         }
@@ -449,8 +500,10 @@ void VMFileOperationController::stop()
     m_sourcePaths = {};
     m_directory = {};
     m_readablePaths = {};
+    m_readableSet = {};
     m_sourceDestinationMappings = {};
     m_destinationNames = {};
+    m_folderSources = {};
     m_timer.reset();
     m_progress.animating = false;
     emit progressChanged();

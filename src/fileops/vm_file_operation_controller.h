@@ -9,7 +9,8 @@
 //      one file at a time (Skip, Stop, and Overwrite for a writable file),
 //   4. transfers the files on a background queue with the machine's default
 //      concurrency (transfer.h says how nothing is lost), while a repeating
-//      timer (every second) moves the progress bar,
+//      timer (every second) moves the progress bar; folders go side by side,
+//      files that land right in the destination folder one after another,
 //   5. stops: the window is hidden and every list is cleared.
 //
 // Everything a window shows is state with a change signal (labels, progress
@@ -25,7 +26,8 @@
 //
 // Transfer errors do not end the job: each is shown through the standard
 // error presentation (presentError) on the main thread, one at a time, while
-// its transfer thread waits; the other transfers go on.
+// its transfer thread waits; the other transfers go on (the files after a
+// failed file once its error is dismissed).
 //
 // Thread safety: a job lives on the main thread; only performOperation()
 // runs on the queue's threads. The lists and maps are complete before the
@@ -164,7 +166,7 @@ private:
     void performOperation(const TransferRequest& request);
     void presentFromTransferThread(const Error& error);
     void presentNextErrors();
-    void recordResult(const TransferResult& result);
+    void recordEndedResults();
 
     void showAlert(Sheet sheet, query::Alert alert, int index);
     void sheetDidEnd(Sheet sheet, const QString& answer, int index);
@@ -193,8 +195,10 @@ private:
     QString m_directory;
     FileOperation m_fileOperation;
     QStringList m_readablePaths;
+    QSet<QString> m_readableSet;  // m_readablePaths, to look up
     QHash<QString, QString> m_sourceDestinationMappings;
     QSet<QString> m_destinationNames;
+    QSet<QString> m_folderSources;  // mapped sources that are folders
     std::unique_ptr<OperationQueue> m_operationQueue;
     std::unique_ptr<QTimer> m_timer;
     std::vector<TransferResult> m_results;
@@ -204,6 +208,11 @@ private:
     // The name of the transfer started last, for the bottom label.
     mutable std::mutex m_currentMutex;
     QString m_currentName;
+
+    // Results of transfers that ended, not yet taken in by the main thread.
+    std::mutex m_resultMutex;
+    std::vector<TransferResult> m_endedResults;
+    bool m_resultsAwaited = false;  // the main thread will take them in
 
     // Errors handed over by transfer threads, shown one at a time.
     std::mutex m_waitMutex;

@@ -283,35 +283,37 @@ Catalogue::~Catalogue()
     }
 }
 
-// Items as the builder gathers them, compactly (a fixed record each, the
-// names in one buffer, the rare attributes aside), so that building from a
-// large database holds little more than the result.
+// Items as the builder gathers them, already as the catalogue's records (in
+// the order they come, names in one buffer, the rare attributes aside), so
+// that building from a large database holds little more than the result:
+// the records are put in depth-first order where they lie.
+//
+// Until then a core record's `name` is the offset in `names`, its `type` the
+// index in `mimeTypes`, its `attributes` the index in `extras` (or kNoItem),
+// and its flags lack kRoot.
 struct Catalogue::Staged {
-    struct Item {
-        std::int64_t id = 0;
-        std::int64_t parent = 0;   // 0: a root (its name is its path)
-        std::uint32_t name = 0;    // offset in `names`, NUL-terminated
-        std::uint32_t extras = kNoItem;  // index in `extras`
-        std::int64_t size = 0;     // a folder: its entry count
-        Nanoseconds modified = 0;
-        Nanoseconds created = 0;
-        Nanoseconds changed = 0;
-        Nanoseconds lastUsed = 0;
-        std::uint32_t uid = 0;
-        std::uint32_t gid = 0;
-        std::uint32_t mode = 0;
-        std::uint16_t type = 0;    // index in `mimeTypes`
-        std::uint16_t flags = 0;   // item_flags but kRoot
-    };
     struct Extras {
         ExtendedAttributes attributes;
         ImportedAttributes imported;
     };
-    std::vector<Item> items;
+    std::vector<CoreRecord> core;
+    std::vector<ExtraRecord> extra;
+    std::vector<std::int64_t> ids;
+    std::vector<std::int64_t> parents;  // 0: a root (its name is its path)
     std::string names;
     std::vector<Extras> extras;
     std::vector<std::string> mimeTypes;
     std::unordered_map<std::string, std::uint16_t> mimeIndex;
+
+    std::size_t size() const { return ids.size(); }
+
+    void reserve(std::size_t count)
+    {
+        core.reserve(count);
+        extra.reserve(count);
+        ids.reserve(count);
+        parents.reserve(count);
+    }
 
     std::uint16_t typeOf(const std::string& mime)
     {
@@ -326,9 +328,9 @@ struct Catalogue::Staged {
     void add(std::int64_t id, std::int64_t parent, const FileInfo& info, std::uint16_t type, std::uint32_t nodeCount,
              Nanoseconds lastUsed, ExtendedAttributes&& attributes, ImportedAttributes&& imported)
     {
-        Item item;
-        item.id = id;
-        item.parent = parent;
+        CoreRecord item{};
+        item.parent = kNoItem;
+        item.subtreeEnd = 0;
         item.name = static_cast<std::uint32_t>(names.size());
         names += info.name;
         names += '\0';
@@ -336,11 +338,6 @@ struct Catalogue::Staged {
         item.size = folder ? static_cast<std::int64_t>(nodeCount) : info.size;
         item.modified = info.modified;
         item.created = info.born ? *info.born : info.changed;
-        item.changed = info.changed;
-        item.lastUsed = lastUsed;
-        item.uid = info.uid;
-        item.gid = info.gid;
-        item.mode = info.mode;
         item.type = type;
         if (folder) {
             item.flags |= item_flags::kFolder;
@@ -356,21 +353,42 @@ struct Catalogue::Staged {
             item.flags |= item_flags::kHasLabel;
             item.flags |= static_cast<std::uint16_t>(*attributes.label << item_flags::kLabelShift);
         }
+        item.attributes = kNoItem;
         if (attributes.comment || !attributes.tags.empty() || !attributes.whereFroms.empty() || !imported.empty()) {
-            item.extras = static_cast<std::uint32_t>(extras.size());
+            item.attributes = static_cast<std::uint32_t>(extras.size());
             extras.push_back({std::move(attributes), std::move(imported)});
         }
-        items.push_back(item);
+        core.push_back(item);
+        extra.push_back({lastUsed, info.changed, info.uid, info.gid, info.mode, 0});
+        ids.push_back(id);
+        parents.push_back(parent);
     }
 
-    std::string_view nameOf(const Item& item) const { return std::string_view(names.data() + item.name); }
+    std::string_view nameOf(std::uint32_t i) const { return std::string_view(names.data() + core[i].name); }
 };
+
+namespace {
+
+// `records` rearranged so that record k is the one at `order[k]`; only one
+// array is ever held twice.
+template <typename Record>
+void rearrange(std::vector<Record>& records, const std::vector<std::uint32_t>& order)
+{
+    std::vector<Record> arranged;
+    arranged.reserve(order.size());
+    for (const std::uint32_t from : order) {
+        arranged.push_back(records[from]);
+    }
+    records.swap(arranged);
+}
+
+}  // namespace
 
 std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> items, std::int64_t generation,
                                                   const NameFolder& fold, const TypeResolver& types)
 {
     Staged staged;
-    staged.items.reserve(items.size());
+    staged.reserve(items.size());
     for (CatalogueItem& item : items) {
         staged.add(item.id, item.parent, item.info, staged.typeOf(item.mimeType), item.nodeCount, item.lastUsed,
                    std::move(item.attributes), std::move(item.imported));
@@ -382,20 +400,20 @@ std::shared_ptr<const Catalogue> Catalogue::build(std::vector<CatalogueItem> ite
 std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_t generation, const NameFolder& fold,
                                                      const TypeResolver& types)
 {
-    const std::size_t n = staged.items.size();
-    const std::vector<Staged::Item>& items = staged.items;
+    const std::size_t n = staged.size();
+    const std::vector<std::int64_t>& ids = staged.ids;
     // Items by id, to find parents.
     std::vector<std::uint32_t> byStagedId(n);
     for (std::uint32_t i = 0; i < n; ++i) {
         byStagedId[i] = i;
     }
-    if (!std::is_sorted(items.begin(), items.end(), [](const Staged::Item& a, const Staged::Item& b) { return a.id < b.id; })) {
-        std::sort(byStagedId.begin(), byStagedId.end(), [&](std::uint32_t a, std::uint32_t b) { return items[a].id < items[b].id; });
+    if (!std::is_sorted(ids.begin(), ids.end())) {
+        std::sort(byStagedId.begin(), byStagedId.end(), [&](std::uint32_t a, std::uint32_t b) { return ids[a] < ids[b]; });
     }
     auto indexOf = [&](std::int64_t id) -> std::uint32_t {
         auto it = std::lower_bound(byStagedId.begin(), byStagedId.end(), id,
-                                   [&](std::uint32_t i, std::int64_t wanted) { return items[i].id < wanted; });
-        return it != byStagedId.end() && items[*it].id == id ? *it : kNoItem;
+                                   [&](std::uint32_t i, std::int64_t wanted) { return ids[i] < wanted; });
+        return it != byStagedId.end() && ids[*it] == id ? *it : kNoItem;
     };
     // Children lists; an item whose parent is missing is left out with all
     // below it.
@@ -403,17 +421,18 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
     std::vector<std::uint32_t> roots;
     std::vector<std::uint32_t> childStart(n + 1, 0);
     for (std::uint32_t i = 0; i < n; ++i) {
-        if (items[i].parent == 0) {
+        if (staged.parents[i] == 0) {
             roots.push_back(i);
             continue;
         }
-        const std::uint32_t parent = indexOf(items[i].parent);
+        const std::uint32_t parent = indexOf(staged.parents[i]);
         if (parent != kNoItem && parent != i) {
             parentOf[i] = parent;
             ++childStart[parent + 1];
         }
     }
     byStagedId = {};
+    staged.parents = {};
     for (std::size_t i = 0; i < n; ++i) {
         childStart[i + 1] += childStart[i];
     }
@@ -427,7 +446,7 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
         }
     }
     auto byName = [&](std::uint32_t a, std::uint32_t b) {
-        return std::strcmp(staged.names.data() + items[a].name, staged.names.data() + items[b].name) < 0;
+        return std::strcmp(staged.names.data() + staged.core[a].name, staged.names.data() + staged.core[b].name) < 0;
     };
     std::sort(roots.begin(), roots.end(), byName);
     for (std::size_t i = 0; i < n; ++i) {
@@ -470,15 +489,30 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
     children = {};
     childStart = {};
 
+    // The records in that order, each array in its turn; parents as
+    // positions in it.
+    const std::size_t count = order.size();
+    std::vector<ItemIndex> parents(count);
+    for (std::size_t k = 0; k < count; ++k) {
+        const std::uint32_t parent = parentOf[order[k]];
+        parents[k] = parent == kNoItem ? kNoItem : newIndex[parent];
+    }
+    parentOf = {};
+    newIndex = {};
+    rearrange(staged.core, order);
+    rearrange(staged.extra, order);
+    rearrange(staged.ids, order);
+    order = {};
+
     auto catalogue = std::shared_ptr<Catalogue>(new Catalogue);
     catalogue->m_generation = generation;
     catalogue->m_owned = std::make_unique<Data>();
     Data& d = *catalogue->m_owned;
-    const std::size_t count = order.size();
-    d.core.resize(count);
-    d.extra.resize(count);
-    d.ids.resize(count);
+    d.core = std::move(staged.core);
+    d.extra = std::move(staged.extra);
+    d.ids = std::move(staged.ids);
     d.names.reserve(staged.names.size());
+    d.folded.reserve(staged.names.size() + staged.names.size() / 8);
 
     // The keys importers gave, each once, sorted; an item's entries use
     // their position.
@@ -498,11 +532,11 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
     // Types in the order items first use them.
     std::vector<std::uint16_t> typeIndex(staged.mimeTypes.size(), 0xFFFF);
     for (ItemIndex k = 0; k < count; ++k) {
-        const Staged::Item& item = items[order[k]];
-        const bool isRoot = item.parent == 0;
-        const std::string_view name = staged.nameOf(item);
         CoreRecord& core = d.core[k];
-        core.parent = isRoot ? kNoItem : newIndex[parentOf[order[k]]];
+        const ItemIndex parent = parents[k];
+        const bool isRoot = parent == kNoItem;
+        const std::string_view name(staged.names.data() + core.name);
+        core.parent = parent;
         core.subtreeEnd = subtreeEnd[k];
         core.name = static_cast<std::uint32_t>(d.names.size());
         d.names += name;
@@ -510,18 +544,16 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
         core.folded = static_cast<std::uint32_t>(d.folded.size());
         d.folded += fold(isRoot ? lastComponent(name) : name);
         d.folded += '\0';
-        core.size = item.size;
-        core.modified = item.modified;
-        core.created = item.created;
-        if (typeIndex[item.type] == 0xFFFF) {
-            typeIndex[item.type] = static_cast<std::uint16_t>(catalogue->m_types.size());
-            catalogue->m_types.push_back(types(staged.mimeTypes[item.type]));
+        if (typeIndex[core.type] == 0xFFFF) {
+            typeIndex[core.type] = static_cast<std::uint16_t>(catalogue->m_types.size());
+            catalogue->m_types.push_back(types(staged.mimeTypes[core.type]));
         }
-        core.type = typeIndex[item.type];
-        core.flags = static_cast<std::uint16_t>(item.flags | (isRoot ? item_flags::kRoot : 0));
+        core.type = typeIndex[core.type];
+        core.flags = static_cast<std::uint16_t>(core.flags | (isRoot ? item_flags::kRoot : 0));
+        const std::uint32_t extrasIndex = core.attributes;
         core.attributes = kNoItem;
-        if (item.extras != kNoItem) {
-            Staged::Extras& extras = staged.extras[item.extras];
+        if (extrasIndex != kNoItem) {
+            Staged::Extras& extras = staged.extras[extrasIndex];
             auto addAttribute = [&](AttributeKey key, const std::string& value) {
                 if (core.attributes == kNoItem) {
                     core.attributes = static_cast<std::uint32_t>(d.attributeEntries.size());
@@ -548,20 +580,10 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
             }
             extras = {};  // release what is copied
         }
-        d.ids[k] = item.id;
-        ExtraRecord& extra = d.extra[k];
-        extra.lastUsed = item.lastUsed;
-        extra.changed = item.changed;
-        extra.uid = item.uid;
-        extra.gid = item.gid;
-        extra.mode = item.mode;
-        extra.reserved = 0;
     }
     staged = {};
-    parentOf = {};
-    newIndex = {};
+    parents = {};
     subtreeEnd = {};
-    order = {};
 
     // Trigram postings. Items come in ascending order, so each list is
     // sorted as it is gathered.
@@ -588,7 +610,6 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
             }
             d.trigrams.push_back(trigram);
         };
-        constexpr std::size_t kKeys = 1u << 24;
         if (count < 200000) {
             // Few items: sort (key, item) pairs.
             std::vector<std::uint64_t> pairs;
@@ -606,22 +627,66 @@ std::shared_ptr<const Catalogue> Catalogue::assemble(Staged& staged, std::int64_
                 emit(key, list.data(), list.data() + list.size());
             }
         } else {
-            // Many items: count per key, then place (linear time).
-            // One array serves as counts, then as each key's next place,
-            // which leaves it holding each key's end.
-            std::vector<std::uint32_t> ends(kKeys + 1, 0);
-            forEachTrigram([&](std::uint32_t key, ItemIndex) { ++ends[key + 1]; });
-            for (std::size_t key = 0; key < kKeys; ++key) {
-                ends[key + 1] += ends[key];
+            // Many items: count per key, then place (linear time), one
+            // range of keys at a time, so that neither the counts nor the
+            // unpacked postings ever cover all keys at once. Keys are
+            // grouped by their first byte; a pass takes whole first bytes
+            // until it holds enough postings.
+            constexpr std::size_t kKeysPerFirstByte = 1u << 16;
+            constexpr std::size_t kFirstBytesPerPass = 32;     // counts of at most 8 MiB
+            constexpr std::size_t kPostingsPerPass = 4u << 20;  // unpacked postings of about 16 MiB
+            std::vector<std::size_t> perFirstByte(256, 0);
+            forEachTrigram([&](std::uint32_t key, ItemIndex) { ++perFirstByte[key >> 16]; });
+            // Room for the encoded postings at once (no delta takes more
+            // bytes than the item count does), so that the pool never grows
+            // by copying itself, which briefly held it three times over.
+            std::size_t occurrences = 0;
+            for (const std::size_t n : perFirstByte) {
+                occurrences += n;
             }
-            std::vector<ItemIndex> postings(ends[kKeys]);
-            forEachTrigram([&](std::uint32_t key, ItemIndex k) { postings[ends[key]++] = k; });
-            std::uint32_t begin = 0;
-            for (std::uint32_t key = 0; key < kKeys; ++key) {
-                if (ends[key] > begin) {
-                    emit(key, postings.data() + begin, postings.data() + ends[key]);
+            std::string countBytes;
+            appendVarint(countBytes, static_cast<std::uint32_t>(count));
+            d.postings.reserve(occurrences * countBytes.size());
+            std::vector<std::uint32_t> ends;
+            std::vector<ItemIndex> postings;
+            for (std::size_t first = 0; first < 256;) {
+                std::size_t last = first;
+                std::size_t held = 0;
+                while (last < 256 && last - first < kFirstBytesPerPass
+                       && (last == first || held + perFirstByte[last] <= kPostingsPerPass)) {
+                    held += perFirstByte[last++];
                 }
-                begin = ends[key];
+                if (held > 0) {
+                    const std::uint32_t low = static_cast<std::uint32_t>(first * kKeysPerFirstByte);
+                    const std::uint32_t high = static_cast<std::uint32_t>(last * kKeysPerFirstByte);
+                    const std::size_t keys = high - low;
+                    // One array serves as counts, then as each key's next
+                    // place, which leaves it holding each key's end.
+                    ends.assign(keys + 1, 0);
+                    forEachTrigram([&](std::uint32_t key, ItemIndex) {
+                        if (key >= low && key < high) {
+                            ++ends[key - low + 1];
+                        }
+                    });
+                    for (std::size_t key = 0; key < keys; ++key) {
+                        ends[key + 1] += ends[key];
+                    }
+                    postings.resize(ends[keys]);
+                    forEachTrigram([&](std::uint32_t key, ItemIndex k) {
+                        if (key >= low && key < high) {
+                            postings[ends[key - low]++] = k;
+                        }
+                    });
+                    std::uint32_t begin = 0;
+                    for (std::size_t key = 0; key < keys; ++key) {
+                        if (ends[key] > begin) {
+                            emit(static_cast<std::uint32_t>(low + key), postings.data() + begin,
+                                 postings.data() + ends[key]);
+                        }
+                        begin = ends[key];
+                    }
+                }
+                first = last;
             }
         }
     }
@@ -669,7 +734,7 @@ Expected<std::shared_ptr<const Catalogue>> Catalogue::build(
     }
     Staged staged;
     if (Expected<std::int64_t> count = store.itemCount()) {
-        staged.items.reserve(static_cast<std::size_t>(*count));
+        staged.reserve(static_cast<std::size_t>(*count));
     }
     // The database's type ids as the staged ones.
     std::vector<std::uint16_t> types16(mimeTypes->size(), 0xFFFF);

@@ -606,33 +606,49 @@ bool Index::catalogueIsCurrent()
     return generation && Catalogue::snapshotGeneration(m_directory + kCatalogue) == *generation;
 }
 
+namespace {
+
+// Builds the catalogue from the database and saves its snapshot; the built
+// catalogue is gone when this returns.
+Expected<void> writeCatalogue(Store& store, const IndexServices& services, const std::string& directory)
+{
+    Expected<std::shared_ptr<const Catalogue>> built =
+        Catalogue::build(store, services.fold, services.types, services.lastUsed);
+    if (!built) {
+        return built.error();
+    }
+    return built.value()->save(directory + kCatalogue);
+}
+
+}  // namespace
+
 Expected<void> Index::refreshCatalogueIfStale()
 {
     if (catalogueIsCurrent()) {
         return {};
     }
-    Expected<std::shared_ptr<const Catalogue>> refreshed = refreshCatalogue();
-    return refreshed ? Expected<void>() : Expected<void>(refreshed.error());
+    return writeCatalogue(*m_store, m_services, m_directory);
 }
 
 Expected<std::shared_ptr<const Catalogue>> Index::refreshCatalogue()
 {
-    Expected<std::shared_ptr<const Catalogue>> built =
-        Catalogue::build(*m_store, m_services.fold, m_services.types, m_services.lastUsed);
-    if (!built) {
-        return built.error();
-    }
-    if (auto saved = built.value()->save(m_directory + kCatalogue); !saved) {
-        return saved.error();
+    if (auto written = writeCatalogue(*m_store, m_services, m_directory); !written) {
+        return written.error();
     }
     // The saved snapshot, mapped: its pages are shared with every reader and
-    // the page cache rather than held on the heap.
+    // the page cache rather than held on the heap. The catalogue built for
+    // it is gone by now, so that the two are never in memory together (at a
+    // million files that was the peak of the whole crawl).
     Expected<std::shared_ptr<const Catalogue>> mapped =
         Catalogue::open(m_directory + kCatalogue, m_directory + kDatabase);
     if (mapped) {
         return mapped;
     }
-    return built;
+    // Mapping fails only for want of address space or a file changed under
+    // us; a catalogue on the heap still answers.
+    Expected<std::shared_ptr<const Catalogue>> built =
+        Catalogue::build(*m_store, m_services.fold, m_services.types, m_services.lastUsed);
+    return built ? built : mapped;
 }
 
 }  // namespace trovara::index

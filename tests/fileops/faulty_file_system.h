@@ -1,7 +1,8 @@
 // The machine's file system with faults on request: a hook sees every call
 // before it is made and may fail it with an errno, or do something on the
 // side (delete a source, wait for the test). A copy failed with ENOSPC,
-// EDQUOT or EIO first writes half the file, as a disk that fills up does.
+// EDQUOT or EIO first writes half the file, as a disk that fills up does,
+// and removes it again, as the real copy does.
 // Paths listed as unreadable or unwritable are reported so by isAccessible()
 // (the tests run as root, who may read and write anything).
 #pragma once
@@ -77,6 +78,9 @@ public:
             QFile out(destination);
             if (in.open(QIODevice::ReadOnly) && out.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
                 out.write(in.read(in.size() / 2));
+                // As the real copy does, what it created goes again.
+                out.close();
+                out.remove();
             }
             return error;
         }

@@ -177,6 +177,41 @@ TEST_F(JobTest, CopiesEveryFileThroughEveryPhase)
     EXPECT_TRUE(job->destinationNames().isEmpty());
 }
 
+TEST_F(JobTest, ManyFilesAndFoldersAreEachTransferredAndReportedOnce)
+{
+    QStringList sources;
+    for (int i = 0; i < 40; ++i) {
+        const QString name = QStringLiteral("src/file-%1.txt").arg(i);
+        tree.write(name, QByteArray::number(i));
+        sources.push_back(name);
+    }
+    tree.write(QStringLiteral("src/album/a.jpg"), "A");
+    tree.write(QStringLiteral("src/letters/b.txt"), "B");
+    sources.insert(10, QStringLiteral("src/album"));
+    sources.push_back(QStringLiteral("src/letters"));
+    // A source chosen twice is transferred once.
+    sources.push_back(QStringLiteral("src/file-3.txt"));
+    auto job = makeJob(sources);
+    QStringList reported;
+    QObject::connect(job.get(), &Job::transferFinished, [&](const QString&, const QString& destination, bool ok) {
+        EXPECT_TRUE(ok) << destination.toStdString();
+        reported.push_back(QFileInfo(destination).fileName());
+    });
+    runUntilStopped(*job);
+
+    EXPECT_EQ(reported.size(), 42);
+    reported.removeDuplicates();
+    EXPECT_EQ(reported.size(), 42);
+    EXPECT_EQ(job->transferResults().size(), 42u);
+    EXPECT_EQ(tree.entries(QStringLiteral("dst")).size(), 42);
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_EQ(tree.read(QStringLiteral("dst/file-%1.txt").arg(i)), QByteArray::number(i));
+    }
+    EXPECT_EQ(tree.read(QStringLiteral("dst/album/a.jpg")), "A");
+    EXPECT_EQ(tree.read(QStringLiteral("dst/letters/b.txt")), "B");
+    EXPECT_TRUE(captured.errors.empty());
+}
+
 TEST_F(JobTest, MoveAndAliasTransferEveryFile)
 {
     tree.write(QStringLiteral("src/m.txt"), "M");

@@ -14,6 +14,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <mutex>
+#include <numeric>
+#include <vector>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -209,17 +212,23 @@ TEST_F(TransferTest, FaultsDuringACopyLeaveTheSourceAndNoPartialFile)
         Call call;
         int error;
         const char* reasonEnd;
+        int size;
     };
+    // Only a large file is renamed into place; a small one is written
+    // under its own name.
+    const int large = 9 * 1024 * 1024;
     const Case cases[] = {
-        {"destination full", Call::CopyFile, ENOSPC, "No space left on device"},
-        {"destination read-only", Call::CopyFile, EROFS, "Read-only file system"},
-        {"source unreadable", Call::CopyFile, EACCES, "Permission denied"},
-        {"rename refused", Call::Rename, EIO, "Input/output error"},
+        {"destination full", Call::CopyFile, ENOSPC, "No space left on device", 4096},
+        {"destination read-only", Call::CopyFile, EROFS, "Read-only file system", 4096},
+        {"source unreadable", Call::CopyFile, EACCES, "Permission denied", 4096},
+        {"large file, destination full", Call::CopyFile, ENOSPC, "No space left on device", large},
+        {"large file, rename refused", Call::Rename, EIO, "Input/output error", large},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         test::TempTree local;
-        local.write(QStringLiteral("src/movie.mkv"), QByteArray(4096, 'm'));
+        const QByteArray bytes(c.size, 'm');
+        local.write(QStringLiteral("src/movie.mkv"), bytes);
         local.mkdir(QStringLiteral("dst"));
         fs.setHook([&](Call call, const QString&, const std::atomic<bool>*) { return call == c.call ? c.error : 0; });
         const Status status = performTransfer(fs, FileOperation::Copy, local.path(QStringLiteral("src/movie.mkv")),
@@ -228,8 +237,68 @@ TEST_F(TransferTest, FaultsDuringACopyLeaveTheSourceAndNoPartialFile)
         EXPECT_EQ(status.error().code, c.error);
         EXPECT_TRUE(status.error().reason.endsWith(QString::fromLatin1(c.reasonEnd)))
             << status.error().reason.toStdString();
-        EXPECT_EQ(local.read(QStringLiteral("src/movie.mkv")), QByteArray(4096, 'm'));
+        EXPECT_EQ(local.read(QStringLiteral("src/movie.mkv")), bytes);
         EXPECT_EQ(local.entries(QStringLiteral("dst")), QStringList{});
+    }
+}
+
+TEST_F(TransferTest, SmallFilesArriveUnderTheirNameLargeOnesAreRenamedIntoPlace)
+{
+    tree.mkdir(QStringLiteral("dst"));
+    QStringList renamed;
+    fs.setHook([&](Call call, const QString& path, const std::atomic<bool>*) {
+        if (call == Call::Rename) {
+            renamed.push_back(QFileInfo(path).fileName());
+        }
+        return 0;
+    });
+    const QByteArray small(8 * 1024 * 1024, 's');
+    const QByteArray large(small.size() + 1, 'l');
+    tree.write(QStringLiteral("src/small.bin"), small);
+    tree.write(QStringLiteral("src/large.bin"), large);
+
+    ASSERT_TRUE(transfer(FileOperation::Copy, QStringLiteral("src/small.bin"), QStringLiteral("dst/small.bin")));
+    EXPECT_EQ(renamed, QStringList{});
+    ASSERT_TRUE(transfer(FileOperation::Copy, QStringLiteral("src/large.bin"), QStringLiteral("dst/large.bin")));
+    ASSERT_EQ(renamed.size(), 1);
+    EXPECT_TRUE(renamed[0].endsWith(QStringLiteral(".partial"))) << renamed[0].toStdString();
+    EXPECT_EQ(tree.read(QStringLiteral("dst/small.bin")), small);
+    EXPECT_EQ(tree.read(QStringLiteral("dst/large.bin")), large);
+    expectNoPartials(tree, QStringLiteral("dst"));
+}
+
+TEST_F(TransferTest, AFileThatAppearsAtTheDestinationDuringTheCopyIsLeftAlone)
+{
+    tree.write(QStringLiteral("src/draft.txt"), "ours");
+    tree.mkdir(QStringLiteral("dst"));
+    // Another program saves the same name just before the copy begins.
+    fs.setHook([this](Call call, const QString&, const std::atomic<bool>*) {
+        if (call == Call::CopyFile) {
+            tree.write(QStringLiteral("dst/draft.txt"), "theirs");
+        }
+        return 0;
+    });
+    const Status status = transfer(FileOperation::Copy, QStringLiteral("src/draft.txt"), QStringLiteral("dst/draft.txt"));
+    ASSERT_FALSE(status);
+    EXPECT_EQ(status.error().code, EEXIST);
+    EXPECT_EQ(tree.read(QStringLiteral("dst/draft.txt")), "theirs");
+    EXPECT_EQ(tree.read(QStringLiteral("src/draft.txt")), "ours");
+}
+
+TEST_F(TransferTest, CopiesKeepPermissionsTheCreationMaskWouldTakeAway)
+{
+    tree.mkdir(QStringLiteral("dst"));
+    // Under the usual mask (022) a new file loses its group and others'
+    // write rights; the copy has them back.
+    for (const mode_t mode : {0400, 0640, 0664, 0666, 0755, 0777}) {
+        SCOPED_TRACE(mode);
+        const QString name = QStringLiteral("mode-%1").arg(mode, 0, 8);
+        const QString source = tree.write(QStringLiteral("src/") + name, "x");
+        ::chmod(QFile::encodeName(source).constData(), mode);
+        ASSERT_TRUE(transfer(FileOperation::Copy, QStringLiteral("src/") + name, QStringLiteral("dst/") + name));
+        struct stat copied {};
+        ASSERT_EQ(::stat(QFile::encodeName(tree.path(QStringLiteral("dst/") + name)).constData(), &copied), 0);
+        EXPECT_EQ(copied.st_mode & 07777, mode);
     }
 }
 
@@ -385,6 +454,51 @@ TEST(OperationQueueTest, RunsWithTheDefaultConcurrencyAndCancelsWhatHasNotStarte
     queue.addOperation([&] { ++ran; });
     queue.waitUntilAllOperationsAreFinished();
     EXPECT_EQ(ran, 2);
+}
+
+TEST(OperationQueueTest, OperationsOfOneSerialKeyRunOneAfterAnotherWithoutHoldingUpOthers)
+{
+    OperationQueue queue(2);
+    std::atomic<bool> release{false};
+    std::atomic<int> keyedRunning{0};
+    std::atomic<int> mostKeyedAtOnce{0};
+    std::mutex orderMutex;
+    std::vector<int> order;
+    auto keyed = [&](int number, bool hold) {
+        return [&, number, hold] {
+            mostKeyedAtOnce = std::max(mostKeyedAtOnce.load(), ++keyedRunning);
+            while (hold && !release) {
+                QThread::yieldCurrentThread();
+            }
+            {
+                std::lock_guard lock(orderMutex);
+                order.push_back(number);
+            }
+            --keyedRunning;
+        };
+    };
+    queue.addOperation(keyed(0, true), 7);
+    for (int i = 1; i < 20; ++i) {
+        queue.addOperation(keyed(i, false), 7);
+    }
+    // An operation without a key runs while the keyed ones wait their turn.
+    std::atomic<bool> freeRan{false};
+    queue.addOperation([&] { freeRan = true; });
+    while (!freeRan) {
+        QThread::yieldCurrentThread();
+    }
+    {
+        std::lock_guard lock(orderMutex);
+        EXPECT_TRUE(order.empty());
+    }
+    EXPECT_EQ(queue.operationCount(), 20);
+    release = true;
+    queue.waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(mostKeyedAtOnce, 1);
+    std::vector<int> expected(20);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(order, expected);
+    EXPECT_EQ(queue.operationCount(), 0);
 }
 
 TEST(TemporaryFilesTest, EveryCallGetsItsOwnFolderAndNothingIsCreatedAtThePath)
