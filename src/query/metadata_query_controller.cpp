@@ -553,7 +553,13 @@ void MetadataQueryController::tooManyMatchesSheetDidEnd()
 void MetadataQueryController::queryDidFinishGathering()
 {
     prepareColumns();
+    const bool wasEmpty = m_results->content().empty();
     listNewResults();
+    // Results that all came before their first listing select the first
+    // one too, as when they come in several listings.
+    if (showResultsImmediately() && wasEmpty && m_results->rowCount() > 0 && !m_results->selectedObject()) {
+        m_results->setSelectionIndex(0);
+    }
     setGathering(false);
     updateStatusLine();
     setBusy(false);
